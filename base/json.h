@@ -1,0 +1,51 @@
+#ifndef AMBERVANE_BASE_JSON_H_
+#define AMBERVANE_BASE_JSON_H_
+
+// For .cpp files only: it brings nlohmann-json in.
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "base/localized_message.h"
+
+namespace ambervane {
+
+/// A JSON document that cannot be read or lacks what it must have.
+class JsonError final : public TranslatableError {
+ public:
+  JsonError(std::string file, std::string detail)
+      : file_(std::move(file)), detail_(std::move(detail)) {}
+  LocalizedMessage message() const override { return {"%@ is damaged: %@", {file_, detail_}}; }
+
+ private:
+  std::string file_;
+  std::string detail_;
+};
+
+/// Parses `text`; `file` names it in a JsonError.
+nlohmann::json parseJson(std::string_view text, const std::string& file);
+/// Runs `decode` over `value`, turning the library's errors (wrong types, missing keys) into a
+/// JsonError that names `file`.
+template <typename Decode>
+auto decodeJson(const nlohmann::json& value, const std::string& file, Decode decode);
+
+/// Pretty-printed with sorted keys and two blanks of indent, ending in a line feed.
+std::string prettyJson(const nlohmann::json& value);
+
+/// The library's message without its "[json.exception...]" prefix.
+std::string jsonErrorDetail(const nlohmann::json::exception& error);
+
+template <typename Decode>
+auto decodeJson(const nlohmann::json& value, const std::string& file, Decode decode) {
+  try {
+    return decode(value);
+  } catch (const nlohmann::json::exception& error) {
+    throw JsonError(file, jsonErrorDetail(error));
+  }
+}
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_BASE_JSON_H_

@@ -1,0 +1,15 @@
+# The warnings every folder of ours is built with, and the sanitizers when asked for.
+add_library(ambervane_options INTERFACE)
+target_compile_options(ambervane_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+target_include_directories(ambervane_options INTERFACE ${PROJECT_SOURCE_DIR})
+if(AMBERVANE_SANITIZE)
+  target_compile_options(ambervane_options INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  target_link_options(ambervane_options INTERFACE -fsanitize=address,undefined)
+endif()
+if(AMBERVANE_FUZZ)
+  target_compile_options(ambervane_options INTERFACE
+    -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined)
+  target_link_options(ambervane_options INTERFACE -fsanitize=address,undefined)
+endif()
