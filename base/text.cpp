@@ -252,4 +252,13 @@ std::string decimalNumber(double value) {
   return {buffer.data(), result.ptr};
 }
 
+std::string humanBytes(std::int64_t bytes) {
+  static constexpr std::array<const char*, 4> kUnits = {"KB", "MB", "GB", "TB"};
+  if (bytes < 1024) return fmt::format("{} B", bytes);
+  auto value = static_cast<double>(bytes) / 1024;
+  std::size_t unit = 0;
+  for (; value >= 1024 && unit + 1 < kUnits.size(); ++unit) value /= 1024;
+  return fmt::format("{:.1f} {}", value, kUnits[unit]);
+}
+
 }  // namespace ambervane

@@ -59,6 +59,9 @@ std::string jsonString(std::string_view text, bool escapeSlash);
 /// The shortest decimal that reads back as `value`, never in exponent form, no trailing ".0".
 std::string decimalNumber(double value);
 
+/// A size for people: "512 B", "1.5 KB", "3.2 GB"; units of 1024, up to TB.
+std::string humanBytes(std::int64_t bytes);
+
 }  // namespace ambervane
 
 #endif  // AMBERVANE_BASE_TEXT_H_

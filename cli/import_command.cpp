@@ -1,0 +1,157 @@
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "base/text.h"
+#include "cli/commands.h"
+#include "cli/interrupt.h"
+#include "mailformats/import_error.h"
+#include "mailformats/source_detector.h"
+#include "store/ingest.h"
+
+namespace ambervane {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kListedErrors = 5;
+constexpr std::size_t kFolderWidth = 40;
+/// Seconds between two drawings of the progress line.
+constexpr double kRedraw = 0.1;
+
+std::string rateText(double messagesPerSecond, double bytesPerSecond) {
+  return fmt::format("{:.0f} msg/s, {}/s", messagesPerSecond,
+                     humanBytes(static_cast<std::int64_t>(bytesPerSecond)));
+}
+
+void report(const IngestSummary& summary, Date now, Console& console) {
+  std::ostream& out = console.out;
+  const double share = summary.bytesIn == 0 ? 100.0
+                                            : 100.0 * static_cast<double>(summary.bytesOut) /
+                                                  static_cast<double>(summary.bytesIn);
+  out << "Stored     : " << summary.added << "\n"
+      << "Duplicates : " << summary.duplicates << "\n"
+      << "Failed     : " << summary.failed << "\n";
+  if (summary.notMail > 0) {
+    out << "Not mail   : " << summary.notMail << " (use --archive-non-mail to archive these too)\n";
+  }
+  out << "Input      : " << humanBytes(summary.bytesIn) << "\n"
+      << fmt::format("Stored size: {} ({:.1f}% of input)\n", humanBytes(summary.bytesOut), share);
+  const double seconds = summary.throughput.elapsed(now);
+  if (seconds > 0) {
+    out << fmt::format("Speed      : {:.0f} msg/s, {}/s average over {:.0f} s\n",
+                       summary.throughput.averageMessagesPerSecond(now),
+                       humanBytes(static_cast<std::int64_t>(
+                           summary.throughput.averageBytesPerSecond(now))),
+                       seconds);
+  }
+  for (std::size_t i = 0; i < std::min(summary.errors.size(), kListedErrors); ++i) {
+    out << "  ! " << printable(summary.errors[i]) << "\n";
+  }
+}
+
+/// What the reader of a kind takes, for somebody who wonders why it took nothing.
+std::string lookedFor(MailSourceKind kind) {
+  switch (kind) {
+    case MailSourceKind::mbox:
+    case MailSourceKind::appleMailPackage:
+      return "messages behind lines that begin with \"From \"";
+    case MailSourceKind::maildir: return "message files in folders \"cur\" and \"new\"";
+    case MailSourceKind::mhFolder: return "files whose names are numbers";
+    case MailSourceKind::mboxFolder: return "mbox files and Maildir folders";
+    case MailSourceKind::emlFile: return "one message with header fields such as From and Date";
+    default:
+      return "mail in files ending in .eml, .email, .mail, .rfc822, .mime or .txt";
+  }
+}
+
+IngestOptions optionsFrom(const Arguments& arguments, const fs::path& source,
+                          MailSourceKind kind) {
+  IngestOptions options;
+  options.accountName = repairedUtf8(arguments.option("account").value_or(source.stem().native()));
+  options.accountKind = kindName(kind);
+  options.sourcePath = pathText(source);
+  options.archivesFilesThatAreNotMail = arguments.has("archive-non-mail");
+  for (const RetentionClass& known : RetentionClass::builtIn()) {
+    if (known.identifier == arguments.option("class")) options.retentionClass = known;
+  }
+  return options;
+}
+
+/// Refuses what cannot be read before the archive is touched.
+void requireReadableSource(const fs::path& source) {
+  std::error_code error;
+  if (const auto status = fs::status(source, error);
+      status.type() == fs::file_type::not_found) {
+    throw ImportError(ImportError::Unreadable{
+        printable(source.native()) + ": " + std::generic_category().message(ENOENT)});
+  }
+  if (const auto problem = SourceDetector::accessProblem(source)) {
+    throw CLIError::access(problem->explanation().text());
+  }
+}
+
+}  // namespace
+
+int importSource(const Arguments& arguments, Console& console) {
+  if (arguments.positional.size() < 2) {
+    throw CLIError::usage("usage: ambervane import <archive> <source>");
+  }
+  const fs::path source = standardizedPath(arguments.positional[1]);
+  requireReadableSource(source);
+
+  const auto archive = openArchive(arguments, console, OpenMode::readWrite);
+  requireRoomToAdd(*archive, source, "Importing mail");
+  const MailSourceKind kind = SourceDetector::detect(source);
+  const auto importer = SourceDetector::importer(source, kind);
+  console.out << "Source: " << kindLabel(kind) << " — " << printable(importer->displayName()) << "\n"
+              << std::flush;
+
+  const InterruptGuard guard;
+  IngestSummary summary;
+  {
+    ProgressLine line(console);
+    Date drawnAt;
+    const auto progress = [&](const IngestSummary& state, const std::string& folder) {
+      const Date now = archive->now();
+      if (!line.isShown() || now.seconds - drawnAt.seconds < kRedraw) return;
+      drawnAt = now;
+      line.show(fmt::format("{} → {}  [{} stored, {} dup, {} failed — {}]", state.examined(),
+                            prefixCharacters(printable(folder), kFolderWidth), state.added,
+                            state.duplicates, state.failed,
+                            rateText(state.throughput.messagesPerSecond(),
+                                     state.throughput.bytesPerSecond())));
+    };
+    summary = ingestAll(*archive, *importer, optionsFrom(arguments, source, kind),
+                        InterruptGuard::interrupted, progress);
+  }
+  report(summary, archive->now(), console);
+  if (summary.cancelled) {
+    console.err << "Interrupted: what was read so far is in the archive. Run the same import again "
+                   "for the rest.\n";
+  } else if (summary.added == 0 && summary.duplicates == 0) {
+    console.err << "Note: nothing was taken from " << printable(source.native()) << ", looked for "
+                << lookedFor(kind) << ".\n";
+  }
+  archive->close();
+  return summary.cancelled ? kExitInterrupted : kExitSuccess;
+}
+
+int detect(const Arguments& arguments, Console& console) {
+  if (arguments.positional.empty()) throw CLIError::usage("usage: ambervane detect <path>");
+  const fs::path path = standardizedPath(arguments.positional[0]);
+  const MailSourceKind kind = SourceDetector::detect(path);
+  console.out << printable(path.native()) << ": " << kindLabel(kind) << " [" << kindName(kind) << "]\n";
+  if (const auto problem = SourceDetector::accessProblem(path)) {
+    console.out << "Access: refused — " << problem->explanation().text() << "\n";
+  }
+  if (kind == MailSourceKind::unknown) return kExitSuccess;
+  const auto importer = SourceDetector::importer(path, kind);
+  const auto count = importer->estimatedCount();
+  console.out << "Importer: " << printable(importer->displayName()) << ", estimated "
+              << (count ? std::to_string(*count) : "unknown") << " messages\n";
+  return kExitSuccess;
+}
+
+}  // namespace ambervane

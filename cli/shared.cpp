@@ -1,0 +1,58 @@
+#include <algorithm>
+#include <cstdlib>
+
+#include "base/text.h"
+#include "cli/commands.h"
+
+namespace ambervane {
+
+namespace fs = std::filesystem;
+
+fs::path standardizedPath(const std::string& text) {
+  fs::path path = text;
+  if (text == "~" || text.starts_with("~/")) {
+    // The process has one thread while it reads its arguments.
+    if (const char* home = std::getenv("HOME")) {  // NOLINT(concurrency-mt-unsafe)
+      path = fs::path(home) / text.substr(std::min<std::size_t>(2, text.size()));
+    }
+  }
+  path = fs::absolute(path).lexically_normal();
+  return path.has_filename() ? path : path.parent_path();
+}
+
+std::unique_ptr<MailArchive> openArchive(const Arguments& arguments, Console& console,
+                                         OpenMode mode) {
+  if (arguments.positional.empty()) throw CLIError::usage("missing archive path");
+  const fs::path path = standardizedPath(arguments.positional[0]);
+  auto archive = std::make_unique<MailArchive>(path, mode);
+  if (archive->storage() != StorageAccess::writable) {
+    console.err << "Note: " << printable(path.filename().native())
+                << " is kept where nothing can be written, so it is open read-only and nothing "
+                   "done here is recorded in its journal.\n";
+  }
+  if (archive->newerFormatNotice()) console.err << "Note: " << *archive->newerFormatNotice() << "\n";
+  if (archive->lockingUnsupported()) {
+    console.err << "Note: the archive could not be locked ("
+                << archive->lockingUnsupportedReason().value_or("unknown reason")
+                << "); make sure that nothing else writes to it.\n";
+  }
+  return archive;
+}
+
+MessageRow findMessage(MailArchive& archive, const std::string& word) {
+  const bool isNumber = !word.empty() && std::all_of(word.begin(), word.end(), isAsciiDigit);
+  std::optional<MessageRow> row;
+  if (!isNumber) {
+    row = archive.catalog().message(std::string_view(asciiLowercase(word)));
+  } else if (const auto id = parseInteger(word)) {
+    row = archive.catalog().message(*id);
+  }
+  // A digest of digits alone is rare, and still a digest.
+  if (!row && word.size() == 64) {
+    row = archive.catalog().message(std::string_view(asciiLowercase(word)));
+  }
+  if (!row) throw CLIError::usage("no such message: " + printable(word));
+  return *row;
+}
+
+}  // namespace ambervane

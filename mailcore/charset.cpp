@@ -1,0 +1,224 @@
+#include "mailcore/charset.h"
+
+#include <unicode/ucnv.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <vector>
+
+#include "base/text.h"
+
+namespace ambervane::Charset {
+namespace {
+
+constexpr std::string_view kUtf8 = "UTF-8";
+constexpr std::string_view kAscii = "US-ASCII";
+constexpr std::string_view kLatin1 = "ISO-8859-1";
+constexpr std::string_view kWindows1252 = "windows-1252";
+
+struct Label {
+  std::string_view label;
+  std::string_view converter;
+};
+
+/// The labels most mail uses. They come before ICU's aliases because some of those differ: UTF-7
+/// is not decoded, and Windows 1252 and Latin 1 are two sets.
+constexpr Label kLabels[] = {
+    {"utf-8", kUtf8},
+    {"utf8", kUtf8},
+    {"unicode-1-1-utf-8", kUtf8},
+    {"utf-7", kUtf8},
+    {"us-ascii", kAscii},
+    {"ascii", kAscii},
+    {"ansi_x3.4-1968", kAscii},
+    {"iso646-us", kAscii},
+    {"iso-8859-1", kLatin1},
+    {"iso8859-1", kLatin1},
+    {"latin1", kLatin1},
+    {"iso-8859-2", "ISO-8859-2"},
+    {"iso8859-2", "ISO-8859-2"},
+    {"latin2", "ISO-8859-2"},
+    {"cp1252", kWindows1252},
+    {"windows-1252", kWindows1252},
+    {"x-cp1252", kWindows1252},
+    {"windows-1250", "windows-1250"},
+    {"windows-1251", "windows-1251"},
+    {"windows-1253", "windows-1253"},
+    {"windows-1254", "windows-1254"},
+    {"utf-16", "UTF-16"},
+    {"utf-16le", "UTF-16LE"},
+    {"utf-16be", "UTF-16BE"},
+    {"macintosh", "macintosh"},
+    {"mac", "macintosh"},
+    {"x-mac-roman", "macintosh"},
+    {"koi8-r", "KOI8-R"},
+    {"shift_jis", "Shift_JIS"},
+    {"sjis", "Shift_JIS"},
+    {"x-sjis", "Shift_JIS"},
+    {"euc-jp", "EUC-JP"},
+    {"iso-2022-jp", "ISO-2022-JP"},
+};
+
+/// Larger sets that mail labelled with a smaller one often uses.
+struct Widening {
+  std::string_view label;
+  std::string_view candidates[2];
+};
+constexpr Widening kWidenings[] = {
+    {"gb2312", {"gbk", "gb18030"}},   {"gb_2312-80", {"gbk", "gb18030"}},
+    {"csgb2312", {"gbk", "gb18030"}}, {"euc-cn", {"gbk", "gb18030"}},
+    {"gbk", {"gb18030", ""}},         {"big5", {"big5-hkscs", ""}},
+};
+
+/// Code points of bytes 0x80 to 0x9f in Windows 1252; 0 where the set has none.
+constexpr std::array<char32_t, 32> kWindows1252High = {
+    0x20ac, 0,      0x201a, 0x0192, 0x201e, 0x2026, 0x2020, 0x2021, 0x02c6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0,      0x017d, 0,      0,      0x2018, 0x2019, 0x201c, 0x201d, 0x2022,
+    0x2013, 0x2014, 0x02dc, 0x2122, 0x0161, 0x203a, 0x0153, 0,      0x017e, 0x0178,
+};
+
+bool isAscii(BytesView data) noexcept {
+  return std::none_of(data.begin(), data.end(), [](char c) { return (c & 0x80) != 0; });
+}
+
+/// The byte as UTF-8, or false where Windows 1252 has no such character.
+bool appendWindows1252(std::string& out, unsigned char byte) {
+  char32_t c = byte;
+  if (byte >= 0x80 && byte < 0xa0) {
+    c = kWindows1252High[byte - 0x80U];
+    if (c == 0) return false;
+  }
+  appendUtf8(out, c);
+  return true;
+}
+
+std::optional<std::string> decodeWindows1252(BytesView data) {
+  std::string out;
+  out.reserve(data.size() + data.size() / 8);
+  std::size_t copied = 0;
+  for (std::size_t at = 0; at < data.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(data[at]);
+    if (byte < 0x80) continue;
+    out.append(data, copied, at - copied);
+    copied = at + 1;
+    if (!appendWindows1252(out, byte)) return std::nullopt;
+  }
+  out.append(data, copied);
+  return out;
+}
+
+struct ConverterCloser {
+  void operator()(UConverter* converter) const { ucnv_close(converter); }
+};
+using Converter = std::unique_ptr<UConverter, ConverterCloser>;
+
+/// A converter that stops at what it cannot read instead of substituting.
+Converter openStrict(const std::string& name) {
+  UErrorCode status = U_ZERO_ERROR;
+  Converter converter(ucnv_open(name.c_str(), &status));
+  if (U_FAILURE(status)) return nullptr;
+  ucnv_setToUCallBack(converter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &status);
+  if (U_FAILURE(status)) return nullptr;
+  return converter;
+}
+
+std::optional<std::string> decodeWithIcu(BytesView data, const std::string& name) {
+  const Converter from = openStrict(name);
+  const Converter to = openStrict(std::string(kUtf8));
+  if (!from || !to) return std::nullopt;
+  std::string out;
+  std::array<UChar, 2048> pivot{};
+  UChar* pivotSource = pivot.data();
+  UChar* pivotTarget = pivot.data();
+  const char* source = data.data();
+  const char* const end = source + data.size();
+  std::array<char, 4096> buffer{};
+  UErrorCode status = U_ZERO_ERROR;
+  bool first = true;
+  do {
+    status = U_ZERO_ERROR;
+    char* target = buffer.data();
+    ucnv_convertEx(to.get(), from.get(), &target, target + buffer.size(), &source, end,
+                   pivot.data(), &pivotSource, &pivotTarget, pivot.data() + pivot.size(), first,
+                   /*flush=*/true, &status);
+    out.append(buffer.data(), static_cast<std::size_t>(target - buffer.data()));
+    first = false;
+  } while (status == U_BUFFER_OVERFLOW_ERROR);
+  if (U_FAILURE(status)) return std::nullopt;
+  return out;
+}
+
+std::optional<std::string> decodeStrictly(BytesView data, const std::string& converter) {
+  if (converter == kUtf8) {
+    if (!isValidUtf8(data)) return std::nullopt;
+    return std::string(data);
+  }
+  if (converter == kAscii) {
+    if (!isAscii(data)) return std::nullopt;
+    return std::string(data);
+  }
+  if (converter == kLatin1) return isAscii(data) ? std::string(data) : latin1ToUtf8(data);
+  if (converter == kWindows1252) return decodeWindows1252(data);
+  return decodeWithIcu(data, converter);
+}
+
+/// ICU's own lookup. It goes through the alias table first, because opening a converter by a name
+/// that is not in it makes ICU look for a file of that name.
+std::optional<std::string> encodingByAlias(std::string_view label) {
+  constexpr std::size_t kLongestName = 60;
+  if (label.empty() || label.size() > kLongestName || label.find('\0') != label.npos) {
+    return std::nullopt;
+  }
+  const std::string name(label);
+  UErrorCode status = U_ZERO_ERROR;
+  const char* const canonical = ucnv_getAlias(name.c_str(), 0, &status);
+  if (U_SUCCESS(status) && canonical != nullptr) return std::string(canonical);
+  if (label.starts_with("x-")) return encodingByAlias(label.substr(2));
+  return std::nullopt;
+}
+
+/// `label` is trimmed and lower-cased.
+std::optional<std::string> encodingOf(std::string_view label) {
+  for (const Label& entry : kLabels) {
+    if (entry.label == label) return std::string(entry.converter);
+  }
+  return encodingByAlias(label);
+}
+
+std::optional<std::string> decodeLabelled(BytesView data, std::string_view label) {
+  const std::string name = lowercase(trim(label));
+  if (const auto converter = encodingOf(name)) {
+    if (auto text = decodeStrictly(data, *converter)) return text;
+  }
+  for (const Widening& widening : kWidenings) {
+    if (widening.label != name) continue;
+    for (const std::string_view candidate : widening.candidates) {
+      const auto converter = encodingByAlias(candidate);
+      if (!converter) continue;
+      if (auto text = decodeStrictly(data, *converter)) return text;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> encoding(std::string_view label) {
+  return encodingOf(lowercase(trim(label)));
+}
+
+std::string decode(BytesView data, std::optional<std::string_view> label) {
+  if (label) {
+    if (auto text = decodeLabelled(data, *label)) return *std::move(text);
+  }
+  return decodeUnlabelled(data);
+}
+
+std::string decodeUnlabelled(BytesView data) {
+  if (isValidUtf8(data)) return std::string(data);
+  if (auto text = decodeWindows1252(data)) return *std::move(text);
+  return latin1ToUtf8(data);
+}
+
+}  // namespace ambervane::Charset

@@ -1,0 +1,100 @@
+#include "mailformats/mbox_folder_reader.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "base/file.h"
+#include "base/text.h"
+#include "mailformats/eml_reader.h"
+#include "mailformats/folder_listing.h"
+#include "mailformats/import_error.h"
+#include "mailformats/maildir_reader.h"
+#include "mailformats/mbox_reader.h"
+#include "mailformats/message_file.h"
+
+namespace ambervane {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool isMaildirPart(std::string_view name) {
+  return name == "cur" || name == "new" || name == "tmp";
+}
+
+/// The mail folder of an mbox file: its path below the root, each name without ".mbox". The file
+/// "mbox" of an Apple Mail package stands for the package.
+std::string mailFolderName(std::string_view parent, std::string_view fileName) {
+  std::vector<std::string> names;
+  for (const std::string_view part : splitOmittingEmpty(parent, "/")) {
+    names.emplace_back(withoutMboxExtension(part));
+  }
+  const bool inPackage = fileName == "mbox" && lowercaseExtension(parent) == "mbox";
+  if (!inPackage) names.push_back(repairedUtf8(withoutMboxExtension(fileName)));
+  return join(names, "/");
+}
+
+}  // namespace
+
+MboxFolderReader::MboxFolderReader(fs::path root) : root_(std::move(root)) {}
+
+bool MboxFolderReader::isMailbox(const fs::path& file) {
+  const std::string extension = lowercaseExtension(file.filename().native());
+  if (extension == "mbox") return true;
+  if (EMLReader::messageExtensions().contains(extension)) return false;
+  try {
+    return looksLikeMbox(fileStart(file, 5));
+  } catch (const FileError&) {
+    return false;
+  }
+}
+
+std::vector<MboxFolderReader::File> MboxFolderReader::files(const fs::path& root,
+                                                            const Unreadable& unreadable) {
+  std::vector<File> found;
+  const auto visit = [&](WalkedFolder& folder) {
+    const bool inMaildir = MaildirReader::isMaildir(folder.path);
+    std::erase_if(folder.entries, [&](const FolderEntry& entry) {
+      return entry.name.starts_with('.') || (inMaildir && isMaildirPart(entry.name));
+    });
+    PassedOver passedOver;
+    for (const FolderEntry& entry : folder.entries) {
+      if (entry.kind != FolderEntry::Kind::file) continue;
+      const fs::path path = folder.path / entry.name;
+      const std::string extension = lowercaseExtension(entry.name);
+      if (isMailbox(path)) {
+        found.push_back({path, mailFolderName(folder.name, entry.name)});
+      } else if (isOtherStoreName(entry.name) ||
+                 (extension != "txt" && EMLReader::messageExtensions().contains(extension))) {
+        passedOver.add(entry.name);
+      }
+    }
+    passedOver.report(folder.path, unreadable);
+    return true;
+  };
+  walkFolders(root, visit, unreadable);
+  std::stable_sort(found.begin(), found.end(),
+                   [](const File& a, const File& b) { return a.folder < b.folder; });
+  return found;
+}
+
+std::string MboxFolderReader::displayName() const { return ownName(root_); }
+
+void MboxFolderReader::forEachMessage(const Body& body, const Unreadable& unreadable) {
+  for (const File& file : files(root_, unreadable)) {
+    std::shared_ptr<const MappedFile> mapped;
+    try {
+      mapped = MboxReader::open(file.path);
+    } catch (const ImportError& error) {
+      const auto* const reason = std::get_if<ImportError::Unreadable>(&error.reason());
+      if (unreadable && reason != nullptr) unreadable(reason->item);
+      continue;
+    }
+    if (!MboxReader(file.path, file.folder).read(*mapped, body, unreadable)) return;
+  }
+  for (const MaildirReader::Entry& entry : MaildirReader(root_).maildirs({})) {
+    if (!MaildirReader::read(entry, body, unreadable)) return;
+  }
+}
+
+}  // namespace ambervane

@@ -1,0 +1,41 @@
+#ifndef AMBERVANE_MAILFORMATS_MBOX_FOLDER_READER_H_
+#define AMBERVANE_MAILFORMATS_MBOX_FOLDER_READER_H_
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "mailformats/message_importer.h"
+
+namespace ambervane {
+
+/// Reads a tree of mailboxes: every mbox file, each as a folder of its own, and then every Maildir.
+/// Mail of other formats found on the way is not read but reported.
+class MboxFolderReader final : public MessageImporter {
+ public:
+  struct File {
+    std::filesystem::path path;
+    std::string folder;  ///< its path below the root, without ".mbox"
+  };
+
+  explicit MboxFolderReader(std::filesystem::path root);
+
+  /// The mbox files below `root`, sorted by folder: those named "*.mbox", and those of another name
+  /// that begin with "From " and have no extension of a message file. Names beginning with "." are
+  /// passed over, and so is what a Maildir holds. Throws ImportError when the root cannot be
+  /// listed.
+  static std::vector<File> files(const std::filesystem::path& root, const Unreadable& unreadable);
+  /// Whether `file` is one of those.
+  static bool isMailbox(const std::filesystem::path& file);
+
+  std::string displayName() const override;
+  std::optional<std::int64_t> estimatedCount() const override { return std::nullopt; }
+  void forEachMessage(const Body& body, const Unreadable& unreadable) override;
+
+ private:
+  std::filesystem::path root_;
+};
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_MAILFORMATS_MBOX_FOLDER_READER_H_

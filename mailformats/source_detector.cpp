@@ -1,0 +1,250 @@
+#include "mailformats/source_detector.h"
+
+#include <cerrno>
+#include <deque>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "base/file.h"
+#include "base/text.h"
+#include "mailformats/eml_reader.h"
+#include "mailformats/folder_listing.h"
+#include "mailformats/import_error.h"
+#include "mailformats/maildir_reader.h"
+#include "mailformats/mbox_folder_reader.h"
+#include "mailformats/mbox_reader.h"
+#include "mailformats/message_file.h"
+#include "mailformats/portable_manifest.h"
+
+namespace ambervane::SourceDetector {
+namespace {
+
+namespace fs = std::filesystem;
+
+// How many entries of a tree detection looks into, so that it stays quick on a network volume and
+// on a store of a million files.
+constexpr int kMaxEntries = 4001;
+
+bool isFolder(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_directory(path, ignored);
+}
+
+bool isRegularFile(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_regular_file(path, ignored);
+}
+
+bool isThere(const fs::path& path) {
+  std::error_code ignored;
+  return fs::exists(path, ignored);
+}
+
+/// Whether `holds` is true of one of the first `kMaxEntries` entries of the tree, those near the
+/// root first. Links to folders are not followed.
+template <typename Holds>
+bool anyInTree(const fs::path& root, Holds holds) {
+  std::deque<fs::path> pending{root};
+  for (int seen = 0; !pending.empty(); pending.pop_front()) {
+    std::error_code error;
+    std::error_code ignored;
+    for (fs::directory_iterator at(pending.front(), error);
+         !error && at != fs::directory_iterator(); at.increment(error)) {
+      if (holds(*at)) return true;
+      if (++seen >= kMaxEntries) return false;
+      if (!at->is_symlink(ignored) && at->is_directory(ignored)) pending.push_back(at->path());
+    }
+  }
+  return false;
+}
+
+/// What the names in a folder tell; gathered in one pass, as there may be a million.
+struct Names {
+  bool any = false;
+  bool emlx = false;
+  bool eml = false;
+  bool msg = false;
+  bool mbox = false;
+  bool onlyNumberedFiles = true;
+};
+
+Names namesIn(const fs::path& folder) {
+  Names names;
+  std::error_code error;
+  std::error_code ignored;
+  for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator();
+       at.increment(error)) {
+    const std::string name = at->path().filename().native();
+    const std::string lower = asciiLowercase(name);
+    names.any = true;
+    names.emlx |= name.ends_with(".emlx");
+    names.eml |= lower.ends_with(".eml");
+    names.msg |= lower.ends_with(".msg");
+    names.mbox |= name.ends_with(".mbox");
+    // A tree of folders named after years has such names too, and is no MH folder.
+    names.onlyNumberedFiles &= isNumber(name) && !at->is_directory(ignored);
+  }
+  // A listing that fails counts as empty.
+  return error ? Names{} : names;
+}
+
+bool isPortableExport(const fs::path& folder) {
+  const fs::path manifest = folder / PortableManifest::kFileName;
+  if (!isRegularFile(manifest)) return false;
+  try {
+    return PortableManifest::decode(MappedFile::open(manifest)->bytes()).has_value();
+  } catch (const FileError&) {
+    return false;
+  }
+}
+
+/// "Mail/V10", the folder Apple Mail keeps its store in.
+bool isAppleMailRoot(const fs::path& folder) {
+  std::error_code ignored;
+  const std::string name = ownName(folder);
+  return name.starts_with('V') && isNumber(std::string_view(name).substr(1)) &&
+         ownName(fs::absolute(folder, ignored) / "..") == "Mail";
+}
+
+/// Whether the tree has Maildirs below its root, and if so whether they are those of Maildir++:
+/// a mailbox without an INBOX of its own.
+std::optional<MailSourceKind> kindOfMaildirsIn(const fs::path& folder) {
+  bool dotted = false;
+  const bool found = anyInTree(folder, [&](const fs::directory_entry& entry) {
+    std::error_code ignored;
+    if (!entry.is_directory(ignored) || !MaildirReader::isMaildir(entry.path())) return false;
+    dotted =
+        entry.path().filename().native().starts_with('.') && entry.path().parent_path() == folder;
+    return true;
+  });
+  if (!found) return std::nullopt;
+  return dotted ? MailSourceKind::maildir : MailSourceKind::mboxFolder;
+}
+
+bool containsMailbox(const fs::path& folder) {
+  return anyInTree(folder, [](const fs::directory_entry& entry) {
+    std::error_code ignored;
+    return entry.is_regular_file(ignored) && MboxFolderReader::isMailbox(entry.path());
+  });
+}
+
+MailSourceKind detectFolder(const fs::path& folder) {
+  using Kind = MailSourceKind;
+  if (MaildirReader::isMaildir(folder)) return Kind::maildir;
+  if (isPortableExport(folder)) return Kind::portableExport;
+  if (ownName(folder).ends_with(".mbox")) {
+    return isRegularFile(folder / "mbox") ? Kind::appleMailPackage : Kind::appleMail;
+  }
+  if (isAppleMailRoot(folder)) return Kind::appleMail;
+  if (isThere(folder / "prefs.js") && isThere(folder / "Mail")) return Kind::thunderbirdProfile;
+
+  const Names names = namesIn(folder);
+  if (!names.any) return Kind::unknown;
+  if (names.emlx) return Kind::appleMail;
+  if (names.onlyNumberedFiles) return Kind::mhFolder;
+  if (names.eml) return Kind::emlDirectory;
+  if (names.msg) return Kind::outlookMessageFolder;
+  const bool containsEMLX = anyInTree(
+      folder, [](const fs::directory_entry& entry) { return entry.path().extension() == ".emlx"; });
+  if (containsEMLX) return Kind::appleMail;
+  if (const auto kind = kindOfMaildirsIn(folder)) return *kind;
+  if (containsMailbox(folder)) return Kind::mboxFolder;
+  return names.mbox ? Kind::appleMail : Kind::emlDirectory;
+}
+
+MailSourceKind detectFile(const fs::path& file) {
+  Bytes start;
+  try {
+    start = fileStart(file, 8);
+  } catch (const FileError&) {
+    return MailSourceKind::emlFile;
+  }
+  if (looksLikeOLM(file, start)) return MailSourceKind::olm;
+  if (looksLikePST(start)) return MailSourceKind::pst;
+  if (looksLikeMbox(start)) return MailSourceKind::mbox;
+  if (looksLikeMSG(start)) return MailSourceKind::outlookMessage;
+  return MailSourceKind::emlFile;
+}
+
+bool isRefusal(int error) noexcept { return error == EACCES || error == EPERM; }
+
+/// Whether the system refuses to let the file be opened and its first byte be read.
+bool isRefused(const fs::path& file) {
+  try {
+    fileStart(file, 1);
+    return false;
+  } catch (const FileError& error) {
+    return isRefusal(error.error());
+  }
+}
+
+/// The same of a folder: its listing can be allowed and its content refused.
+bool isFolderRefused(const fs::path& folder) {
+  std::error_code error;
+  std::error_code ignored;
+  for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator();
+       at.increment(error)) {
+    if (!at->is_directory(ignored) && !at->is_other(ignored)) return isRefused(at->path());
+  }
+  return isRefusal(error.value());
+}
+
+}  // namespace
+
+fs::path mailFolder(const fs::path& path) {
+  const fs::path messages = path / "messages";
+  return isFolder(messages) && isThere(path / "index.json") ? messages : path;
+}
+
+MailSourceKind detect(const fs::path& path) {
+  const fs::path root = mailFolder(path);
+  if (isFolder(root)) return detectFolder(root);
+  return isRegularFile(root) ? detectFile(root) : MailSourceKind::unknown;
+}
+
+std::unique_ptr<MessageImporter> importer(const fs::path& path, MailSourceKind kind) {
+  const fs::path root = mailFolder(path);
+  const auto mailboxName = [&] { return std::string(withoutMboxExtension(ownName(root))); };
+  switch (kind) {
+    case MailSourceKind::mbox:
+      return std::make_unique<MboxReader>(root, mailboxName());
+    case MailSourceKind::appleMailPackage:
+      return std::make_unique<MboxReader>(root / "mbox", mailboxName());
+    case MailSourceKind::maildir:
+      return std::make_unique<MaildirReader>(root);
+    case MailSourceKind::emlDirectory:
+    case MailSourceKind::emlFile:
+    case MailSourceKind::outlookMessageFolder:
+      return std::make_unique<EMLReader>(root, true);
+    case MailSourceKind::mhFolder:
+      return std::make_unique<EMLReader>(root, false, std::set<std::string, std::less<>>{});
+    case MailSourceKind::mboxFolder:
+      return std::make_unique<MboxFolderReader>(root);
+    case MailSourceKind::appleMail:
+    case MailSourceKind::thunderbirdProfile:
+    case MailSourceKind::portableExport:
+    case MailSourceKind::olm:
+    case MailSourceKind::pst:
+    case MailSourceKind::outlookMessage:
+      throw ImportError(
+          ImportError::NotYetImportable{pathText(path), std::string(kindLabel(kind))});
+    case MailSourceKind::unknown:
+      break;
+  }
+  throw ImportError(ImportError::Unsupported{pathText(path)});
+}
+
+std::optional<AccessProblem> accessProblem(const fs::path& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  bool refused = isRefusal(error.value());
+  if (!refused && fs::is_directory(status)) refused = isFolderRefused(path);
+  if (!refused && fs::is_regular_file(status)) refused = isRefused(path);
+  if (!refused) return std::nullopt;
+  std::string text = pathText(path);
+  const auto remedy = AccessProblem::remedyFor(text);
+  return AccessProblem{std::move(text), remedy};
+}
+
+}  // namespace ambervane::SourceDetector

@@ -1,0 +1,45 @@
+#ifndef AMBERVANE_STORE_COMMIT_H_
+#define AMBERVANE_STORE_COMMIT_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "evidence/retention_policy.h"
+#include "store/mail_archive.h"
+#include "store/prepared_message.h"
+
+namespace ambervane {
+
+/// The mailbox a message is filed in.
+struct MailboxRef {
+  std::int64_t folderID = 0;
+  std::string path;
+  std::string account;  ///< its name
+};
+
+/// What became of one message.
+struct IngestOutcome {
+  enum class Kind { stored, duplicate, failed };
+  Kind kind = Kind::stored;
+  std::string reason;  ///< of a failure that concerns this message alone
+};
+
+/// Stores a prepared message, or files the one that is already there. On one thread at a time,
+/// inside a batch of the catalog or with a transaction of its own. `retentionClass` overrides the
+/// policy. Throws what concerns the archive and not the message (a full disk, a damaged catalog):
+/// the batch must then be rolled back.
+IngestOutcome commit(MailArchive& archive, const PreparedMessage& message,
+                     const MailboxRef& mailbox,
+                     const std::optional<RetentionClass>& retentionClass);
+
+/// Prepares and commits one message and makes it durable, for a caller with a loop of its own.
+IngestOutcome ingest(MailArchive& archive, SourceMessage source, const MailboxRef& mailbox,
+                     const std::optional<RetentionClass>& retentionClass = std::nullopt);
+
+/// What `prepareOne` needs, taken from the archive as it stands.
+PrepareSettings prepareSettings(MailArchive& archive);
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_STORE_COMMIT_H_

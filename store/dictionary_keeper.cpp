@@ -1,0 +1,78 @@
+#include "store/dictionary_keeper.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "base/file.h"
+#include "base/text.h"
+#include "store/catalog.h"
+#include "store/seed_dictionary.h"
+
+namespace ambervane {
+namespace {
+
+constexpr const char* kActiveKey = "active_dictionary";
+
+}  // namespace
+
+DictionaryKeeper::DictionaryKeeper(Catalog& catalog, std::filesystem::path folder)
+    : catalog_(catalog), folder_(std::move(folder)) {}
+
+std::uint16_t DictionaryKeeper::activeIdentifier() const {
+  const auto id = parseInteger(catalog_.meta(kActiveKey).value_or("0"));
+  return id && *id > 0 && *id <= 0xffff ? static_cast<std::uint16_t>(*id) : std::uint16_t{0};
+}
+
+std::filesystem::path DictionaryKeeper::pathOf(std::uint16_t id) const {
+  return folder_ / fmt::format("{:05}.dict", id);
+}
+
+void DictionaryKeeper::prepareForWriting() {
+  createFolders(folder_);
+  if (activeIdentifier() == 0) {
+    store(seedDictionary(), 0);
+  } else {
+    prepareForReading();
+  }
+}
+
+void DictionaryKeeper::prepareForReading() {
+  const std::uint16_t id = activeIdentifier();
+  if (id == 0) return;
+  const auto bytes = dictionary(id);
+  const std::lock_guard lock(mutex_);
+  active_ = {id, bytes};
+}
+
+Dictionary DictionaryKeeper::active() const {
+  const std::lock_guard lock(mutex_);
+  return active_;
+}
+
+std::shared_ptr<const Bytes> DictionaryKeeper::dictionary(std::uint16_t id) {
+  if (id == 0) return nullptr;
+  {
+    const std::lock_guard lock(mutex_);
+    if (const auto known = cache_.find(id); known != cache_.end()) return known->second;
+  }
+  auto bytes = catalog_.dictionary(id);
+  if (!bytes) bytes = readFileIfPossible(pathOf(id));
+  if (!bytes) return nullptr;
+  const std::lock_guard lock(mutex_);
+  return cache_[id] = std::make_shared<const Bytes>(*std::move(bytes));
+}
+
+void DictionaryKeeper::store(BytesView bytes, std::int64_t samples) {
+  std::int64_t id = 0;
+  catalog_.atomically([&] {
+    id = catalog_.storeDictionary(bytes, samples);
+    writeFileAtomically(pathOf(static_cast<std::uint16_t>(id)), bytes);
+    catalog_.setMeta(kActiveKey, std::to_string(id));
+  });
+  const std::lock_guard lock(mutex_);
+  active_ = {static_cast<std::uint16_t>(id), std::make_shared<const Bytes>(bytes)};
+  cache_[active_.id] = active_.bytes;
+}
+
+}  // namespace ambervane

@@ -1,0 +1,54 @@
+#ifndef AMBERVANE_STORE_INGEST_BATCH_H_
+#define AMBERVANE_STORE_INGEST_BATCH_H_
+
+#include "store/mail_archive.h"
+
+namespace ambervane {
+
+/// One transaction of the catalog around several commits, with one flush of each file at its end.
+/// Unless `finish` has returned, destruction rolls the catalog back.
+class IngestBatch {
+ public:
+  explicit IngestBatch(MailArchive& archive) : archive_(archive) {
+    archive_.journal().beginBatch();
+    try {
+      archive_.catalog().beginBatch();
+    } catch (...) {
+      endJournalBatch();
+      throw;
+    }
+  }
+  ~IngestBatch() {
+    if (finished_) return;
+    archive_.catalog().rollbackBatch();
+    endJournalBatch();
+  }
+  IngestBatch(const IngestBatch&) = delete;
+  IngestBatch& operator=(const IngestBatch&) = delete;
+
+  /// Makes everything durable: pack, sidecar, journal, then the catalog's commit. Throws what any
+  /// of them throws; nothing of the batch is in the catalog then.
+  void finish() {
+    archive_.packs().flush();
+    archive_.sidecars().synchronize();
+    archive_.journal().endBatch();
+    archive_.catalog().commitBatch();
+    finished_ = true;
+  }
+
+ private:
+  void endJournalBatch() noexcept {
+    try {
+      archive_.journal().endBatch();
+    } catch (const std::exception&) {
+      // The batch has failed already, and that failure is the one to tell.
+    }
+  }
+
+  MailArchive& archive_;
+  bool finished_ = false;
+};
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_STORE_INGEST_BATCH_H_

@@ -1,0 +1,86 @@
+#ifndef AMBERVANE_STORE_INGEST_PIPELINE_H_
+#define AMBERVANE_STORE_INGEST_PIPELINE_H_
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/thread_pool.h"
+#include "mailformats/message_importer.h"
+#include "store/prepared_message.h"
+
+namespace ambervane {
+
+/// Reads a source on a thread of its own and prepares its messages on all processors while the
+/// caller commits those before them. Batches come out in the source's order. What is read, prepared
+/// and not yet committed is bounded in bytes and in batches.
+class IngestPipeline {
+ public:
+  /// Messages in a batch, and raw bytes in all batches together.
+  static std::size_t batchMessages();
+  static constexpr std::size_t kMaximumBytes = 67108864;
+
+  /// One message, or one item the source could not read.
+  struct Item {
+    std::string name;  ///< for people
+    std::size_t bytes = 0;
+    std::optional<std::string> unreadable;    ///< the source's words for a damaged item
+    std::optional<PreparedMessage> prepared;  ///< absent for an empty message
+    std::string folderPath;
+    std::future<void> done;  ///< `prepared` may be looked at after it
+  };
+  using Batch = std::vector<std::unique_ptr<Item>>;
+
+  /// Starts reading. `importer` must outlive the pipeline; `shouldCancel` is asked before each
+  /// message, on the reader's thread.
+  IngestPipeline(MessageImporter& importer, PrepareSettings settings,
+                 std::function<bool()> shouldCancel);
+  /// Stops the source and waits for what is under way.
+  ~IngestPipeline();
+  IngestPipeline(const IngestPipeline&) = delete;
+  IngestPipeline& operator=(const IngestPipeline&) = delete;
+
+  /// The next batch; empty when the source has ended. The batch before it must be done with.
+  Batch next();
+  /// What ended the source before its end, once `next` has returned an empty batch.
+  std::exception_ptr failure() const { return failure_; }
+  bool cancelled() const noexcept { return cancelled_; }
+
+ private:
+  void read();
+  bool take(SourceMessage&& message);
+  void add(std::unique_ptr<Item> item);
+  /// Hands the batch over and waits for room; false when nobody wants more.
+  bool handOver();
+
+  MessageImporter& importer_;
+  const PrepareSettings settings_;
+  const std::function<bool()> shouldCancel_;
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<Batch> ready_;
+  std::size_t bytesHeld_ = 0;     ///< raw bytes of messages read and not yet committed
+  std::size_t bytesHandedOut_ = 0;  ///< those of the batch the caller has
+  bool ended_ = false;
+  bool abandoned_ = false;
+  bool cancelled_ = false;
+  std::exception_ptr failure_;
+
+  Batch assembling_;  ///< the reader's own
+  ThreadPool pool_;
+  std::thread reader_;
+};
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_STORE_INGEST_PIPELINE_H_

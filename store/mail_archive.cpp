@@ -1,0 +1,266 @@
+// Creating, opening, sealing and closing an archive. The order of steps is part of the format: what
+// a crash leaves behind at each of them is something the next opening knows how to repair.
+
+#include "store/mail_archive.h"
+
+#include <algorithm>
+#include <map>
+#include <system_error>
+
+#include "base/digest.h"
+#include "base/file.h"
+#include "base/text.h"
+#include "platform/code_signature.h"
+#include "platform/host.h"
+#include "platform/immutable_flag.h"
+#include "resources/archive_format.h"
+#include "store/archive_error.h"
+#include "store/pack_format.h"
+
+namespace ambervane {
+namespace {
+
+namespace fs = std::filesystem;
+
+const char* onOff(bool value) { return value ? "on" : "off"; }
+
+/// Refuses a place that holds anything; an empty folder is used as it is.
+void requireEmptyDestination(const fs::path& url) {
+  std::error_code error;
+  const auto status = fs::symlink_status(url, error);
+  if (status.type() == fs::file_type::not_found) return;
+  const fs::directory_iterator entries(url, error);
+  if (error == std::errc::not_a_directory || (!error && entries != fs::directory_iterator())) {
+    throw ArchiveError(ArchiveError::DestinationNotEmpty{url.native()});
+  }
+  if (error) throw FileError(FileError::Action::list, url, error.value());
+}
+
+bool isWriteProtected(const fs::path& path) {
+  std::error_code error;
+  const auto status = fs::status(path, error);
+  if (error || !fs::exists(status)) return false;
+  return (status.permissions() & fs::perms::owner_write) == fs::perms::none || isImmutable(path);
+}
+
+/// The highest pack number in the folder, 0 when there is none.
+std::int64_t highestPack(const fs::path& folder) {
+  std::int64_t highest = 0;
+  std::error_code error;
+  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    if (it->path().extension() != ".pack") continue;
+    highest = std::max(highest, parseInteger(it->path().stem().native()).value_or(0));
+  }
+  return highest;
+}
+
+}  // namespace
+
+std::unique_ptr<MailArchive> MailArchive::create(const fs::path& url, const std::string& name,
+                                                 const RetentionPolicy& policy,
+                                                 CompressionEffort effort,
+                                                 ArchiveEnvironment environment) {
+  if (policy.cryptoShreddingEnabled) throw ArchiveError(ArchiveError::EncryptionUnavailable{});
+  requireEmptyDestination(url);
+  createFolders(url);
+
+  ArchiveManifest manifest;
+  manifest.archiveID = randomUuid();
+  manifest.name = repairedUtf8(name);
+  manifest.createdAt = environment.clock();
+  manifest.createdBy = "Ambervane on " + localHostName();
+  manifest.policy = policy;
+  manifest.compressionEffort = effort;
+  manifest.save(url / "archive.json");
+
+  auto archive = std::make_unique<MailArchive>(url, OpenMode::readWrite, std::move(environment));
+  std::vector<std::string> regimes;
+  for (const ComplianceRegime regime : policy.regimes) regimes.emplace_back(facts(regime).identifier);
+  std::sort(regimes.begin(), regimes.end());
+  const CodeSignature signature = currentCodeSignature();
+  archive->journal().append(
+      AuditAction::archiveCreated, std::nullopt,
+      {{"name", manifest.name},
+       {"regimes", join(regimes, ",")},
+       {"retention_years", std::to_string(policy.minimumYears())},
+       {"worm", onOff(policy.wormEnforcement)},
+       {"crypto_shredding", onOff(policy.cryptoShreddingEnabled)},
+       {"format_version", std::to_string(manifest.formatVersion)},
+       {"compression", std::string(rawValue(effort))},
+       {"signed_by", signature.summary()},
+       {"team", signature.teamIdentifier.value_or("none")}});
+  archive->sealNow();
+  return archive;
+}
+
+MailArchive::MailArchive(fs::path url, OpenMode mode, ArchiveEnvironment environment)
+    : url_(std::move(url)), environment_(std::move(environment)) {
+  manifest_ = ArchiveManifest::load(url_ / "archive.json", environment_.clock());
+  if (manifest_.minimumReaderVersion > ArchiveManifest::kUnderstoodVersion) {
+    throw ArchiveError(ArchiveError::VersionUnsupported{manifest_.formatVersion,
+                                                        manifest_.minimumReaderVersion,
+                                                        ArchiveManifest::kUnderstoodVersion});
+  }
+  decideMode(mode);
+  if (!readOnly_) {
+    keepFormatDescriptionCurrent();
+    lock_ = environment_.archiveLock
+                ? std::make_unique<ArchiveLock>(url_, now(), environment_.archiveLock)
+                : std::make_unique<ArchiveLock>(url_, now());
+  }
+  openParts();
+  if (readOnly_) {
+    dictionaries_->prepareForReading();
+  } else {
+    prepareForWriting();
+  }
+}
+
+MailArchive::~MailArchive() = default;
+
+void MailArchive::decideMode(OpenMode mode) {
+  storage_ = storageAccess(url_);
+  const bool isNewer = manifest_.formatVersion > ArchiveManifest::kFormatVersion;
+  readOnly_ = mode == OpenMode::readOnly || isNewer || storage_ != StorageAccess::writable;
+  if (isNewer) {
+    newerFormatNotice_ = "This archive was written in format version " +
+                         std::to_string(manifest_.formatVersion) +
+                         "; this build understands version 3. It can be read, but writing to it "
+                         "here would discard whatever the newer version records.";
+  }
+}
+
+void MailArchive::keepFormatDescriptionCurrent() {
+  // An archive of an older format keeps the document that describes it.
+  if (manifest_.formatVersion != ArchiveManifest::kFormatVersion) return;
+  const fs::path path = url_ / "FORMAT.md";
+  if (readFileIfPossible(path) == Bytes(resources::archiveFormat())) return;
+  try {
+    writeFileAtomically(path, resources::archiveFormat());
+  } catch (const FileError&) {
+    // A convenience for readers of the far future; the mail does not depend on it.
+  }
+}
+
+void MailArchive::openParts() {
+  const fs::path catalogPath = url_ / "catalog.sqlite";
+  if (readOnly_) {
+    catalog_ = Catalog::reading(catalogPath, storage_ == StorageAccess::readOnlyMedium);
+  } else {
+    catalog_ = std::make_unique<Catalog>(catalogPath, environment_.clock);
+  }
+  packs_ = std::make_unique<PackStore>(url_ / "packs", manifest_.maxPackBytes, readOnly_);
+  sidecars_ = std::make_unique<RecoverySidecars>(*packs_);
+
+  // What is searched and read is recorded wherever the medium can be written, even by an opening
+  // that changes nothing else; but such an opening makes no file that is missing.
+  const fs::path journalPath = url_ / "chain" / "journal.jsonl";
+  std::error_code ignored;
+  const bool journals =
+      storage_ == StorageAccess::writable && (!readOnly_ || fs::exists(journalPath, ignored));
+  journal_ = std::make_unique<AuditJournal>(
+      journalPath, AuditJournal::defaultActor, journals,
+      environment_.journalLock ? environment_.journalLock : systemFileLock, environment_.clock);
+  sealer_ = std::make_unique<Sealer>(url_ / "keys" / "seal.key", url_ / "chain" / "seals",
+                                     environment_.clock);
+  dictionaries_ = std::make_unique<DictionaryKeeper>(*catalog_, url_ / "dict");
+}
+
+void MailArchive::prepareForWriting() {
+  createFolders(url_ / "export");
+  dictionaries_->prepareForWriting();
+  if (const std::int64_t swept = catalog_->sweepIncompleteMessages(); swept > 0) {
+    journal_->append(AuditAction::integrityVerified, "startup",
+                     {{"swept_incomplete_rows", std::to_string(swept)}});
+  }
+  settleCurrentPack();
+}
+
+void MailArchive::settleCurrentPack() {
+  currentPack_ = catalog_->currentPackID();
+  // A crash between sealing a full pack on disk and the catalog's commit leaves a pack that is
+  // write-protected, or overtaken by a higher one, and not yet sealed in the catalog.
+  const std::int64_t highest = highestPack(url_ / "packs");
+  while (currentPack_ < highest || isWriteProtected(packs_->packURL(currentPack_))) {
+    rollOver(currentPack_);
+  }
+  packs_->openForWriting(currentPack_);
+  catalog_->registerPack(currentPack_);
+}
+
+void MailArchive::rollOver(std::int64_t packID) {
+  sidecars_->synchronize();
+  std::error_code ignored;
+  if (fs::exists(packs_->packURL(packID), ignored)) {
+    const auto sealed = packs_->seal(packID, policy().wormEnforcement);
+    catalog_->registerPack(packID);
+    catalog_->markPackSealed(packID, sealed.sha256, sealed.bytes, sealed.immutable);
+    journal_->append(AuditAction::packSealed, PackStore::packName(packID),
+                     {{"sha256", sealed.sha256}, {"bytes", std::to_string(sealed.bytes)}});
+  }
+  const std::int64_t next = packID + 1;
+  catalog_->setCurrentPack(next);
+  catalog_->registerPack(next);
+  packs_->openForWriting(next);
+  currentPack_ = next;
+}
+
+std::int64_t MailArchive::nextPack(std::int64_t size) {
+  if (readOnly_) throw ArchiveError(ArchiveError::ReadOnly{});
+  if (packs_->needsRollover(size)) rollOver(currentPack_);
+  return currentPack_;
+}
+
+void MailArchive::synchronize() {
+  packs_->flush();
+  sidecars_->synchronize();
+  journal_->synchronize();
+}
+
+ChainSeal MailArchive::sealNow() {
+  if (readOnly_) throw ArchiveError(ArchiveError::ReadOnly{});
+  // A seal must never anchor an entry, or count a message, that a crash could still take away.
+  synchronize();
+  const std::int64_t messages =
+      catalog_->database().count("SELECT COUNT(*) FROM message");
+  ChainSeal seal = sealer_->seal(journal_->head(), journal_->count(), messages);
+  journal_->append(AuditAction::chainSealed, std::to_string(seal.sealNumber),
+                   {{"head", seal.chainHead},
+                    {"entries", std::to_string(seal.entryCount)},
+                    {"messages", std::to_string(seal.messageCount)},
+                    {"key", seal.publicKey.substr(0, 16)}});
+  entriesSinceSeal_ = 0;
+  return seal;
+}
+
+void MailArchive::noteStoredMessage() {
+  ++entriesSinceSeal_;
+  if (readOnly_ || entriesSinceSeal_ < policy().sealEveryEntries) return;
+  try {
+    sealNow();
+  } catch (const TranslatableError&) {
+    // The count stays, so the next message tries again; a run's end seals in any case.
+  }
+}
+
+void MailArchive::close() {
+  std::exception_ptr failure;
+  try {
+    packs_->flush();
+    sidecars_->synchronize();
+  } catch (const std::exception&) {
+    // Whatever was acknowledged was flushed at the end of its batch.
+    failure = std::current_exception();
+  }
+  sidecars_.reset();
+  packs_.reset();
+  journal_.reset();
+  if (!readOnly_) catalog_->database().checkpoint();
+  sealer_.reset();
+  dictionaries_.reset();
+  catalog_.reset();
+  lock_.reset();
+  if (failure) std::rethrow_exception(failure);
+}
+
+}  // namespace ambervane

@@ -1,0 +1,125 @@
+#ifndef AMBERVANE_STORE_MAIL_ARCHIVE_H_
+#define AMBERVANE_STORE_MAIL_ARCHIVE_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "base/date.h"
+#include "evidence/audit_journal.h"
+#include "evidence/chain_seal.h"
+#include "evidence/retention_policy.h"
+#include "evidence/sealer.h"
+#include "platform/file_lock.h"
+#include "store/archive_lock.h"
+#include "store/archive_manifest.h"
+#include "store/catalog.h"
+#include "store/codec.h"
+#include "store/dictionary_keeper.h"
+#include "store/pack_store.h"
+#include "store/recovery_sidecars.h"
+#include "store/storage_access.h"
+
+namespace ambervane {
+
+/// What an archive takes from outside, so that a test can hold it.
+struct ArchiveEnvironment {
+  Clock clock = systemNow;
+  LockFunction archiveLock;  ///< empty: the system's flock
+  LockFunction journalLock;  ///< empty: the system's flock
+};
+
+/// Whether a writable opening wants what the medium may refuse.
+enum class OpenMode { readWrite, readOnly };
+
+/// One open archive: opens, owns and closes its parts, and hands them out. What a command does with
+/// an archive is a free function elsewhere. One process holds the write lock; any number may read.
+class MailArchive {
+ public:
+  /// Makes a new archive in a folder that does not exist or is empty, and opens it. Throws
+  /// ArchiveError, FileError.
+  static std::unique_ptr<MailArchive> create(const std::filesystem::path& url,
+                                             const std::string& name, const RetentionPolicy& policy,
+                                             CompressionEffort effort,
+                                             ArchiveEnvironment environment = {});
+
+  /// Opens an archive; a writable opening falls back to reading where the medium or a newer format
+  /// demands it, repairs what a crash left, and takes the write lock. A read-only one writes
+  /// nothing but the journal entries of what is done. Throws ArchiveError, JsonError, SQLiteError,
+  /// FileError; what was acquired is released.
+  MailArchive(std::filesystem::path url, OpenMode mode, ArchiveEnvironment environment = {});
+  ~MailArchive();
+  MailArchive(const MailArchive&) = delete;
+  MailArchive& operator=(const MailArchive&) = delete;
+
+  /// Flushes and releases everything; nothing may be asked of the archive after it.
+  void close();
+
+  const std::filesystem::path& url() const noexcept { return url_; }
+  const ArchiveManifest& manifest() const noexcept { return manifest_; }
+  const RetentionPolicy& policy() const noexcept { return manifest_.policy; }
+  Catalog& catalog() noexcept { return *catalog_; }
+  PackStore& packs() noexcept { return *packs_; }
+  AuditJournal& journal() noexcept { return *journal_; }
+  Sealer& sealer() noexcept { return *sealer_; }
+  DictionaryKeeper& dictionaries() noexcept { return *dictionaries_; }
+  RecoverySidecars& sidecars() noexcept { return *sidecars_; }
+  Date now() const { return environment_.clock(); }
+
+  bool readOnly() const noexcept { return readOnly_; }
+  StorageAccess storage() const noexcept { return storage_; }
+  /// Set when a newer build wrote the archive, which then is open read-only.
+  const std::optional<std::string>& newerFormatNotice() const noexcept {
+    return newerFormatNotice_;
+  }
+  /// Whether the volume could not lock, and why; the opening goes on without a lock then.
+  bool lockingUnsupported() const noexcept { return lock_ && lock_->unsupported(); }
+  std::optional<std::string> lockingUnsupportedReason() const {
+    return lock_ ? lock_->unsupportedReason() : std::nullopt;
+  }
+
+  /// The pack that takes a record of `size` bytes, header included; a full one is sealed first.
+  /// Throws ArchiveError (ReadOnly).
+  std::int64_t nextPack(std::int64_t size);
+
+  /// Makes pack, sidecar and journal durable, in this order. Throws what any of them throws.
+  void synchronize();
+
+  /// Writes a seal over the journal as it stands, records that, and starts counting anew. Throws
+  /// ArchiveError (ReadOnly), FileError.
+  ChainSeal sealNow();
+  /// Counts one stored message, and seals when the policy's interval is reached; a failure to seal
+  /// is passed over, since the next count tries again.
+  void noteStoredMessage();
+
+ private:
+  void decideMode(OpenMode mode);
+  void keepFormatDescriptionCurrent();
+  void openParts();
+  void prepareForWriting();
+  void settleCurrentPack();
+  void rollOver(std::int64_t packID);
+
+  std::filesystem::path url_;
+  ArchiveEnvironment environment_;
+  ArchiveManifest manifest_;
+  bool readOnly_ = false;
+  StorageAccess storage_ = StorageAccess::writable;
+  std::optional<std::string> newerFormatNotice_;
+  // Parts are released in reverse order of this list; the lock goes last.
+  std::unique_ptr<ArchiveLock> lock_;
+  std::unique_ptr<Catalog> catalog_;
+  std::unique_ptr<PackStore> packs_;
+  std::unique_ptr<RecoverySidecars> sidecars_;
+  std::unique_ptr<AuditJournal> journal_;
+  std::unique_ptr<Sealer> sealer_;
+  std::unique_ptr<DictionaryKeeper> dictionaries_;
+  std::int64_t entriesSinceSeal_ = 0;
+  std::int64_t currentPack_ = 0;
+};
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_STORE_MAIL_ARCHIVE_H_

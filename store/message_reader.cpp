@@ -1,0 +1,120 @@
+#include "store/message_reader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <functional>
+#include <variant>
+
+#include "mailcore/parsed_message.h"
+#include "store/archive_error.h"
+#include "store/base64_recipe.h"
+#include "store/message_record.h"
+#include "store/pack_error.h"
+
+namespace ambervane {
+namespace {
+
+[[noreturn]] void corrupt(std::string text) {
+  throw PackError(PackError::CorruptRecord{std::move(text)});
+}
+
+/// The bytes of a pack record before compression. `what` names the record in a failure.
+Bytes decodedPayload(MailArchive& archive, const PackLocation& location, const std::string& what) {
+  const PackStore::RawRecord record = archive.packs().read(location);
+  if (!record.flags.deflated()) return Bytes(record.payload);
+  const auto dictionary = archive.dictionaries().dictionary(record.dictionaryID);
+  auto plain = Compressor::decompress(record.payload, record.flags.codec(),
+                                      dictionary ? BytesView(*dictionary) : BytesView(),
+                                      record.originalLength);
+  if (!plain) corrupt("decompression failed for " + what);
+  return *std::move(plain);
+}
+
+PackLocation locationOf(const MessageRow& row) {
+  if (row.erased) throw ArchiveError(ArchiveError::Erased{row.id});
+  if (!row.packID || !row.packOffset) throw ArchiveError(ArchiveError::MessageMissing{row.id});
+  PackLocation location;
+  location.packID = *row.packID;
+  location.offset = *row.packOffset;
+  return location;
+}
+
+/// The segments in order, each blob as `fetch` gives it.
+Bytes reassemble(MailArchive& archive, const MessageRow& row,
+                 const std::function<Bytes(const MessageRecord::Blob&)>& fetch) {
+  const Bytes plain = decodedRecordPayload(archive, row, locationOf(row));
+  const MessageRecord record = MessageRecord::decode(plain);
+  Bytes raw;
+  // The size comes from the catalog, which may be damaged: it is a hint and no more.
+  raw.reserve(std::min<std::size_t>(static_cast<std::size_t>(std::max<std::int64_t>(row.size, 0)),
+                                    kMaxRecordPayloadBytes));
+  for (const MessageRecord::Segment& segment : record.segments) {
+    if (const auto* literal = std::get_if<MessageRecord::Literal>(&segment)) {
+      raw += literal->bytes;
+    } else {
+      raw += fetch(std::get<MessageRecord::Blob>(segment));
+    }
+  }
+  return raw;
+}
+
+}  // namespace
+
+Bytes decodedRecordPayload(MailArchive& archive, const MessageRow& row,
+                           const PackLocation& location) {
+  return decodedPayload(archive, location, "message " + std::to_string(row.id));
+}
+
+Bytes blobBytes(MailArchive& archive, const std::string& hash,
+                std::int64_t expectedEncodedLength) {
+  const auto blob = archive.catalog().blob(hash);
+  if (!blob) throw ArchiveError(ArchiveError::BlobMissing{hash});
+  const std::string shortHash = hash.substr(0, 12);
+  PackLocation location;
+  location.packID = blob->packID;
+  location.offset = blob->packOffset;
+  Bytes bytes = decodedPayload(archive, location, "blob " + shortHash);
+  if (blob->recipe) {
+    if (const auto recipe = Base64Recipe::fromJson(*blob->recipe)) bytes = recipe->encode(bytes);
+  }
+  if (expectedEncodedLength != 0 &&
+      static_cast<std::int64_t>(bytes.size()) != expectedEncodedLength) {
+    corrupt(fmt::format("blob {} is {} bytes, expected {}", shortHash, bytes.size(),
+                        expectedEncodedLength));
+  }
+  return bytes;
+}
+
+Bytes rawMessage(MailArchive& archive, const MessageRow& row) {
+  return reassemble(archive, row, [&archive](const MessageRecord::Blob& blob) {
+    return blobBytes(archive, blob.hash, blob.length);
+  });
+}
+
+Bytes rawMessageForDisplay(MailArchive& archive, const MessageRow& row,
+                           std::int64_t inlineBlobLimit) {
+  return reassemble(archive, row, [&](const MessageRecord::Blob& blob) {
+    if (blob.length > inlineBlobLimit) return Bytes();
+    try {
+      return blobBytes(archive, blob.hash, blob.length);
+    } catch (const TranslatableError&) {
+      return Bytes();
+    }
+  });
+}
+
+Bytes attachmentData(MailArchive& archive, const AttachmentRow& attachment) {
+  const auto row = archive.catalog().message(attachment.messageID);
+  if (!row) throw ArchiveError(ArchiveError::MessageMissing{attachment.messageID});
+  const Bytes raw = rawMessage(archive, *row);
+  const ParsedMessage parsed(raw);
+  const MIMEPart* const part = parsed.root().findFirst(
+      [&attachment](const MIMEPart& p) { return p.section() == attachment.section; });
+  if (part == nullptr) {
+    corrupt(fmt::format("message {} has no section {}", row->id, attachment.section));
+  }
+  return part->decodedBody(raw).take();
+}
+
+}  // namespace ambervane

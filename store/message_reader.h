@@ -1,0 +1,38 @@
+#ifndef AMBERVANE_STORE_MESSAGE_READER_H_
+#define AMBERVANE_STORE_MESSAGE_READER_H_
+
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+
+#include "base/bytes.h"
+#include "store/mail_archive.h"
+
+namespace ambervane {
+
+// Reading messages back. A read is proved by the pack's checksum and the lengths; whether the whole
+// is the message that came in is for a verification to say. Failures: ArchiveError (Erased,
+// MessageMissing, BlobMissing), PackError, SQLiteError, FileError.
+
+/// The message byte for byte.
+Bytes rawMessage(MailArchive& archive, const MessageRow& row);
+
+/// As `rawMessage`, but blobs of more than `inlineBlobLimit` encoded bytes, and blobs that cannot be
+/// read, are left out of their place.
+Bytes rawMessageForDisplay(MailArchive& archive, const MessageRow& row,
+                           std::int64_t inlineBlobLimit = std::numeric_limits<std::int64_t>::max());
+
+/// The plain message record of a row, at `location`.
+Bytes decodedRecordPayload(MailArchive& archive, const MessageRow& row,
+                           const PackLocation& location);
+
+/// The encoded bytes of a blob as they stood in its messages. `expectedEncodedLength` of 0 means any.
+Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expectedEncodedLength);
+
+/// The decoded content of an attachment.
+Bytes attachmentData(MailArchive& archive, const AttachmentRow& attachment);
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_STORE_MESSAGE_READER_H_

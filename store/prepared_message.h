@@ -1,0 +1,63 @@
+#ifndef AMBERVANE_STORE_PREPARED_MESSAGE_H_
+#define AMBERVANE_STORE_PREPARED_MESSAGE_H_
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "mailcore/parsed_message.h"
+#include "mailcore/source_message.h"
+#include "store/catalog_rows.h"
+#include "store/codec.h"
+#include "store/dictionary_keeper.h"
+
+namespace ambervane {
+
+/// What preparing needs to know of the archive; copied, so that any thread may use it.
+struct PrepareSettings {
+  Dictionary dictionary;
+  CompressionEffort effort = CompressionEffort::balanced;
+  std::int64_t extractionThreshold = 4096;  ///< encoded bytes from which an attachment is a blob
+};
+
+/// An attachment that leaves its message's record.
+struct PreparedBlob {
+  AttachmentRef ref;
+  std::size_t encodedLength = 0;
+  CompressedRecord compressed;        ///< of the decoded bytes when there is a recipe
+  std::optional<std::string> recipe;  ///< JSON of a Base64Recipe
+};
+
+/// What the catalog keeps of a message's header, decoded.
+struct EnvelopeFields {
+  std::string messageID, threadKey, subject, subjectNormalized;
+  std::string fromName, fromAddress, fromDomain, toAddresses, ccAddresses;
+  std::string participants;  ///< addresses of all people, lower case, sorted, joined with one blank
+  std::optional<Date> sentAt;
+  std::string inReplyTo, references, snippet;
+};
+
+/// Everything about one message that can be worked out without the archive.
+struct PreparedMessage {
+  SourceMessage source;  ///< its raw bytes are given up
+  std::size_t size = 0;  ///< of the raw bytes
+  std::string hash;      ///< SHA-256 of the raw bytes, lower-case hexadecimal
+  bool looksLikeMail = true;
+  std::vector<PreparedBlob> extracted;
+  std::vector<AttachmentRef> inlineAttachments;  ///< those that stay in the record
+  CompressedRecord record;
+  std::uint16_t dictionaryID = 0;  ///< of the dictionary all of it was compressed with
+  EnvelopeFields envelope;
+  std::vector<std::pair<std::string, std::string>> headers;  ///< for the header index
+  IndexedText indexed;
+};
+
+/// Hashes, parses, splits and compresses one message. Absent for one without bytes. Safe from any
+/// thread; takes the source's bytes with it.
+std::optional<PreparedMessage> prepareOne(SourceMessage source, const PrepareSettings& settings);
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_STORE_PREPARED_MESSAGE_H_

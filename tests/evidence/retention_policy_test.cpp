@@ -1,0 +1,373 @@
+#include "evidence/retention_policy.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "base/calendar.h"
+#include "base/json.h"
+#include "evidence/retention_policy_json.h"
+
+namespace ambervane {
+namespace {
+
+using enum ComplianceRegime;
+using Regimes = std::set<ComplianceRegime>;
+
+Date at(const char* text) { return parseIso8601(text).value(); }
+
+TEST(RetentionPolicy, keepUntilDates) {
+  const RetentionClass exact{"exact", "Exact date", 3, false};
+  const RetentionClass custom{"custom", "Custom", 3, true};
+  const RetentionClass longer{"longer", "Longer", 30, true};
+  const RetentionClass transient = RetentionClass::transient();
+  const std::optional<RetentionClass> none;
+  const struct {
+    const char* name;
+    Regimes regimes;
+    int month;  ///< in which the financial year ends
+    std::optional<RetentionClass> ofClass;
+    const char* message;
+    const char* kept;
+  } kCases[] = {
+      {"swiss", {swissGeBueV}, 12, none, "2024-03-15T08:00:00Z", "2034-12-31T23:59:59Z"},
+      {"swissJuneAfter", {swissGeBueV}, 6, none, "2024-08-15T08:00:00Z", "2035-06-30T23:59:59Z"},
+      {"swissJuneBefore", {swissGeBueV}, 6, none, "2024-03-15T08:00:00Z", "2034-06-30T23:59:59Z"},
+      {"swissJuneWithin", {swissGeBueV}, 6, none, "2024-06-30T20:00:00Z", "2034-06-30T23:59:59Z"},
+      // In Zurich it is July already, and at the turn of the year January.
+      {"zurichSummer", {swissGeBueV}, 6, none, "2024-06-30T22:00:00Z", "2035-06-30T23:59:59Z"},
+      {"zurichWinter", {swissGeBueV}, 12, none, "2024-12-31T22:59:59Z", "2034-12-31T23:59:59Z"},
+      {"zurichNewYear", {swissGeBueV}, 12, none, "2024-12-31T23:00:00Z", "2035-12-31T23:59:59Z"},
+      {"germanNewYear", {germanGoBD}, 12, none, "2024-12-31T23:00:00Z", "2035-12-31T23:59:59Z"},
+      {"euNewYear", {euGDPR}, 12, none, "2024-12-31T23:00:00Z", "2034-12-31T23:59:59Z"},
+      {"usNewYear", {secRule17a4}, 12, none, "2024-12-31T23:59:59Z", "2034-12-31T23:59:59Z"},
+      {"noRegime", {}, 6, none, "2024-08-15T08:00:00Z", "2034-12-31T23:59:59Z"},
+      {"germanIgnoresMonth", {germanGoBD}, 6, none, "2024-08-15T08:00:00Z", "2034-12-31T23:59:59Z"},
+      {"bothFinancialLater",
+       {swissGeBueV, germanGoBD},
+       6,
+       none,
+       "2024-08-15T08:00:00Z",
+       "2035-06-30T23:59:59Z"},
+      {"bothCalendarLater",
+       {swissGeBueV, germanGoBD},
+       6,
+       none,
+       "2024-03-15T08:00:00Z",
+       "2034-12-31T23:59:59Z"},
+      {"swissAndUs",
+       {swissGeBueV, secRule17a4},
+       6,
+       none,
+       "2024-03-15T08:00:00Z",
+       "2034-12-31T23:59:59Z"},
+      {"swissAndEu",
+       {swissGeBueV, euGDPR},
+       6,
+       none,
+       "2024-03-15T08:00:00Z",
+       "2034-06-30T23:59:59Z"},
+      {"monthOutOfRange", {swissGeBueV}, 13, none, "2024-08-15T08:00:00Z", "2034-12-31T23:59:59Z"},
+      {"monthZero", {swissGeBueV}, 0, none, "2024-08-15T08:00:00Z", "2034-12-31T23:59:59Z"},
+      {"februaryToLeap", {swissGeBueV}, 2, none, "2022-01-15T08:00:00Z", "2032-02-29T23:59:59Z"},
+      {"februaryFromLeap", {swissGeBueV}, 2, none, "2024-02-29T08:00:00Z", "2034-02-28T23:59:59Z"},
+      {"transient", {swissGeBueV}, 6, transient, "2024-03-15T08:01:02Z", "2025-03-15T08:01:02Z"},
+      {"transientLeapDay",
+       {swissGeBueV},
+       12,
+       transient,
+       "2024-02-29T08:01:02Z",
+       "2025-02-28T08:01:02Z"},
+      {"exactStillMinimum",
+       {swissGeBueV},
+       12,
+       exact,
+       "2024-03-15T23:30:00Z",
+       "2034-03-15T23:30:00Z"},
+      {"customBelowMinimum",
+       {swissGeBueV},
+       12,
+       custom,
+       "2024-03-15T08:00:00Z",
+       "2034-12-31T23:59:59Z"},
+      {"customLonger", {swissGeBueV}, 12, longer, "2024-03-15T08:00:00Z", "2054-12-31T23:59:59Z"},
+      {"before1970", {swissGeBueV}, 12, none, "1969-07-20T20:17:40Z", "1979-12-31T23:59:59Z"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    RetentionPolicy policy(c.regimes);
+    policy.financialYearEndMonth = c.month;
+    const auto kept = policy.expiryDate(at(c.message), at("2026-01-01T00:00:00Z"), c.ofClass);
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(iso8601(*kept), c.kept);
+    EXPECT_EQ(*kept, at(c.kept));
+  }
+}
+
+TEST(RetentionPolicy, futureMessageCountsFromItsIngest) {
+  const RetentionPolicy policy;
+  EXPECT_EQ(policy.expiryDate(at("2099-05-05T00:00:00Z"), at("2024-05-05T00:00:00Z"), {}),
+            at("2034-12-31T23:59:59Z"));
+}
+
+TEST(RetentionPolicy, periodBasis) {
+  RetentionPolicy policy({swissGeBueV, germanGoBD});
+  const RetentionClass business = RetentionClass::businessCorrespondence();
+  const auto basis = [&](const char* date, const RetentionClass& ofClass) {
+    return policy.periodStart(at(date), ofClass).basis;
+  };
+  EXPECT_EQ(basis("2024-08-15T00:00:00Z", business), PeriodBasis::calendarYear)
+      << "a year ending in December is no later than the calendar year";
+  policy.financialYearEndMonth = 6;
+  EXPECT_EQ(policy.periodStart(at("2024-08-15T00:00:00Z"), business),
+            (PeriodStart{at("2025-06-30T23:59:59Z"), PeriodBasis::financialYear}));
+  EXPECT_EQ(basis("2024-03-15T00:00:00Z", business), PeriodBasis::calendarYear);
+  EXPECT_EQ(basis("2024-03-15T00:00:00Z", RetentionClass::transient()), PeriodBasis::messageDate);
+}
+
+TEST(RetentionPolicy, yearsBeyondTheCalendar) {
+  const RetentionPolicy policy;
+  const Date date = at("2024-03-15T08:00:00Z");
+  for (const bool yearEnd : {false, true}) {
+    const auto kept = [&](const char* identifier, int years) {
+      return policy.expiryDate(date, date, RetentionClass{identifier, "", years, yearEnd});
+    };
+    EXPECT_TRUE(kept("custom", 7975));
+    EXPECT_EQ(kept("custom", 7976), std::nullopt);
+    EXPECT_EQ(kept("custom", std::numeric_limits<int>::max()), std::nullopt);
+    EXPECT_EQ(kept("transient", std::numeric_limits<int>::min()), kept("transient", 0));
+  }
+  for (const double extreme : {-1e300, -1e12, 1e12, 1e300}) {
+    policy.expiryDate({extreme}, {extreme}, {});
+  }
+}
+
+TEST(RetentionPolicy, classification) {
+  RetentionPolicy policy;
+  const auto add = [&](RetentionRule rule) { policy.rules.push_back(std::move(rule)); };
+  add({.id = "1",
+       .name = "off",
+       .classIdentifier = "transient",
+       .enabled = false,
+       .participants = {},
+       .folders = {"Invoices"},
+       .subjectContains = {}});
+  add({.id = "2",
+       .name = "empty",
+       .classIdentifier = "transient",
+       .participants = {},
+       .folders = {},
+       .subjectContains = {}});
+  add({.id = "3",
+       .name = "blank",
+       .classIdentifier = "transient",
+       .participants = {},
+       .folders = {""},
+       .subjectContains = {}});
+  add({.id = "4",
+       .name = "no such class",
+       .classIdentifier = "gone",
+       .participants = {},
+       .folders = {"Invoices"},
+       .subjectContains = {}});
+  add({.id = "5",
+       .name = "all three",
+       .classIdentifier = "personnel",
+       .participants = {"hr@", "müller"},
+       .folders = {"Staff"},
+       .subjectContains = {"STRASSE"}});
+  add({.id = "6",
+       .name = "vouchers",
+       .classIdentifier = "accounting",
+       .participants = {},
+       .folders = {"Invoices", "rechnungen"},
+       .subjectContains = {},
+       .requiresAttachment = true});
+  add({.id = "7",
+       .name = "any file",
+       .classIdentifier = "contract",
+       .participants = {},
+       .folders = {},
+       .subjectContains = {"vertrag"}});
+  add({.id = "8",
+       .name = "never reached",
+       .classIdentifier = "transient",
+       .participants = {},
+       .folders = {},
+       .subjectContains = {"Vertrag"}});
+
+  const struct {
+    const char* name;
+    const char* participants;
+    const char* folder;
+    const char* subject;
+    bool attachment;
+    const char* identifier;
+  } kCases[] = {
+      {"noRule", "a@b", "INBOX", "Hello", true, "business"},
+      {"attachment", "a@b", "Work/INVOICES/2024", "Hello", true, "accounting"},
+      {"secondFolder", "a@b", "Rechnungen", "Hello", true, "accounting"},
+      {"noAttachment", "a@b", "Invoices", "Hello", false, "business"},
+      {"firstMatchWins", "a@b", "INBOX", "Arbeitsvertrag", false, "contract"},
+      {"allCriteria", "Eva MÜLLER <e@x>", "staff/x", "Bahnhofstraße 1", false, "personnel"},
+      {"otherParticipant", "HR@x", "staff", "Strasse", false, "personnel"},
+      {"oneMissing", "Eva Müller", "INBOX", "Strasse", false, "business"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(policy.classify(c.participants, c.folder, c.subject, c.attachment).identifier,
+              c.identifier);
+  }
+  EXPECT_EQ(policy.rules[1].summary(), "no criteria — matches nothing");
+  EXPECT_EQ(policy.rules[4].summary(),
+            "mailbox contains Staff, anyone matching hr@ or müller, subject contains STRASSE");
+  EXPECT_EQ(policy.rules[5].summary(),
+            "mailbox contains Invoices or rechnungen, has an attachment");
+}
+
+TEST(RetentionPolicy, years) {
+  RetentionPolicy policy({euGDPR, secRule17a4});
+  policy.defaultClass = {"short", "Short", 2, true};
+  EXPECT_EQ(policy.minimumYears(), 6);
+  EXPECT_EQ(policy.years(), 6);
+  EXPECT_EQ(policy.years(RetentionClass{"own", "", 8, true}), 8);
+  EXPECT_EQ(policy.years(RetentionClass::transient()), 1);
+  policy.defaultClass = RetentionClass::transient();
+  EXPECT_EQ(policy.years(), 1) << "as the default, transient still keeps its own period";
+}
+
+TEST(RetentionPolicy, demandsOfTheRegimes) {
+  const struct {
+    const char* name;
+    Regimes regimes;
+    bool worm, shredding;
+  } kCases[] = {
+      {"none", {}, false, false},
+      {"swiss", {swissGeBueV}, true, false},
+      {"eu", {euGDPR}, false, true},
+      {"usAndEu", {secRule17a4, euGDPR}, true, true},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    const RetentionPolicy policy(c.regimes);
+    EXPECT_EQ(policy.wormEnforcement, c.worm);
+    EXPECT_EQ(policy.cryptoShreddingEnabled, c.shredding);
+    nlohmann::json json = toJson(policy);
+    json.erase("wormEnforcement");
+    json["cryptoShreddingEnabled"] = nullptr;
+    EXPECT_EQ(retentionPolicyFromJson(json), policy) << "the same when the manifest is silent";
+  }
+}
+
+TEST(RetentionPolicy, wordsForPeople) {
+  const struct {
+    const char* name;
+    Regimes regimes;
+    int month;
+    const char* counting;
+  } kCases[] = {
+      {"swiss", {swissGeBueV}, 6, "counted from the end of the financial year (ends in June)"},
+      {"outOfRange",
+       {swissGeBueV},
+       99,
+       "counted from the end of the financial year (ends in December)"},
+      {"german", {germanGoBD}, 6, "counted from the end of the calendar year"},
+      {"bothDecember",
+       {swissGeBueV, germanGoBD},
+       12,
+       "counted from the end of the year (financial and calendar year both end in December)"},
+      {"bothJanuary",
+       {swissGeBueV, secRule17a4},
+       1,
+       "counted from the end of the financial year (ends in January) or of the calendar year, "
+       "whichever is later"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    RetentionPolicy policy(c.regimes);
+    policy.financialYearEndMonth = c.month;
+    EXPECT_EQ(policy.countingDescription(), c.counting);
+  }
+  EXPECT_EQ(RetentionPolicy({swissGeBueV, euGDPR}).summary(),
+            (std::vector<std::string>{
+                "Regimes: Switzerland — GeBüV / OR 957–958f, EU — GDPR (Art. 17 erasure)",
+                "Kept at least 10 years, counted from the end of the financial year (ends in "
+                "December)",
+                "Disposal: Report only — never delete anything",
+                "Default class: Business correspondence"}));
+}
+
+TEST(RetentionPolicy, changesThatMoveDates) {
+  const struct {
+    const char* name;
+    void (*change)(RetentionPolicy&);
+    bool moves;
+  } kCases[] = {
+      {"nothing", [](RetentionPolicy&) {}, false},
+      {"regimes", [](RetentionPolicy& p) { p.regimes.insert(euGDPR); }, true},
+      {"defaultLabel", [](RetentionPolicy& p) { p.defaultClass.label = "x"; }, true},
+      {"classes", [](RetentionPolicy& p) { p.classes.pop_back(); }, true},
+      {"month", [](RetentionPolicy& p) { p.financialYearEndMonth = 6; }, true},
+      {"rules", [](RetentionPolicy& p) { p.rules.emplace_back(); }, false},
+      {"disposal", [](RetentionPolicy& p) { p.disposalPolicy = DisposalPolicy::manualApproval; },
+       false},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    RetentionPolicy changed;
+    c.change(changed);
+    EXPECT_EQ(changed.movesRetentionDates(RetentionPolicy()), c.moves);
+  }
+}
+
+TEST(RetentionPolicyJson, literalText) {
+  RetentionPolicy policy({euGDPR, swissGeBueV});
+  policy.classes = {{"transient", "Kurz", 1, false}};
+  policy.disposalPolicy = DisposalPolicy::manualApproval;
+  policy.rules = {{"7", "Rule", "transient", true, {"a@b"}, {"In/Out"}, {}, true}};
+  policy.financialYearEndMonth = 6;
+  const std::string text =
+      R"({"classes":[{"fromEndOfBusinessYear":false,"identifier":"transient","label":"Kurz",)"
+      R"("years":1}],"cryptoShreddingEnabled":true,"defaultClass":{"fromEndOfBusinessYear":true,)"
+      R"("identifier":"business","label":"Business correspondence","years":10},)"
+      R"("disposalPolicy":"manualApproval","financialYearEndMonth":6,"indexAttachmentText":true,)"
+      R"("regimes":["ch-gebuev","eu-gdpr"],"rules":[{"classIdentifier":"transient",)"
+      R"("enabled":true,"folders":["In/Out"],"id":"7","name":"Rule","participants":["a@b"],)"
+      R"("requiresAttachment":true,"subjectContains":[]}],"sealEveryEntries":1000,)"
+      R"("wormEnforcement":true})";
+  EXPECT_EQ(toJson(policy).dump(), text);
+  EXPECT_EQ(retentionPolicyFromJson(nlohmann::json::parse(text)), policy);
+  EXPECT_EQ(retentionPolicyFromJson(nlohmann::json::object()), RetentionPolicy());
+}
+
+TEST(RetentionPolicyJson, refusesWhatItDoesNotUnderstand) {
+  const struct {
+    const char* name;
+    const char* key;
+    const char* value;
+  } kCases[] = {
+      {"regimesText", "regimes", R"("ch-gebuev")"},
+      {"regimesObject", "regimes", R"({"a":"ch-gebuev"})"},
+      {"regimeUnknown", "regimes", R"(["ch-gebuev","xx"])"},
+      {"disposalUnknown", "disposalPolicy", R"("always")"},
+      {"classWithoutYears", "defaultClass",
+       R"({"identifier":"a","label":"A","fromEndOfBusinessYear":true})"},
+      {"yearsFraction", "defaultClass",
+       R"({"identifier":"a","label":"A","years":9.5,"fromEndOfBusinessYear":true})"},
+      {"ruleWithoutLists", "rules", R"([{"id":"1","name":"n","classIdentifier":"c"}])"},
+      {"sealTooLarge", "sealEveryEntries", "18446744073709551615"},
+      {"sealBeyondInt", "sealEveryEntries", "2147483648"},
+      {"flagNumber", "wormEnforcement", "1"},
+      {"monthText", "financialYearEndMonth", R"("6")"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    nlohmann::json json = toJson(RetentionPolicy());
+    json[c.key] = nlohmann::json::parse(c.value);
+    EXPECT_THROW(retentionPolicyFromJson(json), JsonError);
+  }
+  EXPECT_THROW(retentionPolicyFromJson(nlohmann::json::array()), JsonError);
+}
+
+}  // namespace
+}  // namespace ambervane

@@ -1,0 +1,206 @@
+#include "mailformats/source_detector.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "file_tree.h"
+#include "mailformats/import_error.h"
+
+namespace ambervane {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+
+const std::string kManifest = R"({"messages": [{"file": "a.eml", "folder": "In",
+    "flags": ["\\Seen"], "internalDate": 1.5}, {"file": "b", "folder": "", "flags": null}]})";
+const std::string kCompound = "\xd0\xcf\x11\xe0\xa1\xb1\x1a\xe1";
+
+TEST(SourceDetector, folders) {
+  using Kind = MailSourceKind;
+  static const struct {
+    const char* name;
+    const char* path;
+    FileTree::Files files;
+    Kind kind;
+  } kCases[] = {
+      {"missing", "x", {}, Kind::unknown},
+      {"empty", "x", {{"x/", ""}}, Kind::unknown},
+      {"maildir", "x", {{"x/cur/", ""}, {"x/new/", ""}, {"x/a.eml", ""}}, Kind::maildir},
+      {"curAsAFile", "x", {{"x/cur", ""}, {"x/new/", ""}}, Kind::emlDirectory},
+      {"maildirOfDotFoldersOnly", "x", {{"x/.In/cur/", ""}, {"x/.In/new/", ""}}, Kind::maildir},
+      {"maildirAsChild", "x", {{"x/In/cur/", ""}, {"x/In/new/", ""}}, Kind::mboxFolder},
+      {"maildirDeeper", "x", {{"x/a/In/cur/", ""}, {"x/a/In/new/", ""}}, Kind::mboxFolder},
+      {"portableExport", "x", {{"x/reimport-manifest.json", kManifest}}, Kind::portableExport},
+      {"manifestWithoutMessages", "x", {{"x/reimport-manifest.json", "{}"}}, Kind::emlDirectory},
+      {"manifestOfWrongTypes",
+       "x",
+       {{"x/reimport-manifest.json", R"({"messages": [{"file": 1, "folder": ""}]})"}},
+       Kind::emlDirectory},
+      {"damagedManifest", "x", {{"x/reimport-manifest.json", "{"}}, Kind::emlDirectory},
+      {"package", "x.mbox/", {{"x.mbox/mbox", ""}}, Kind::appleMailPackage},
+      {"packageWithoutMbox", "x.mbox", {{"x.mbox/a.eml", ""}}, Kind::appleMail},
+      {"appleMailRoot", "Mail/V10", {{"Mail/V10/a.eml", ""}}, Kind::appleMail},
+      {"otherVersionFolder", "Backup/V10", {{"Backup/V10/a.eml", ""}}, Kind::emlDirectory},
+      {"noVersion", "Mail/V1x", {{"Mail/V1x/a.eml", ""}}, Kind::emlDirectory},
+      {"thunderbird", "x", {{"x/prefs.js", ""}, {"x/Mail/", ""}}, Kind::thunderbirdProfile},
+      {"emlxBeforeEml", "x", {{"x/a.eml", ""}, {"x/1.emlx", ""}}, Kind::appleMail},
+      {"emlxDeeper", "x", {{"x/a/b/1.emlx", ""}, {"x/c.txt", ""}}, Kind::appleMail},
+      {"mh", "x", {{"x/1", ""}, {"x/22", ""}}, Kind::mhFolder},
+      {"mhWithSequences", "x", {{"x/1", ""}, {"x/.mh_sequences", ""}}, Kind::emlDirectory},
+      {"foldersNamedAfterYears", "x", {{"x/2023/a.eml", ""}, {"x/2024/", ""}}, Kind::emlDirectory},
+      {"signIsNoDigit", "x", {{"x/-1", ""}}, Kind::emlDirectory},
+      {"eml", "x", {{"x/a.EML", ""}, {"x/b.msg", ""}}, Kind::emlDirectory},
+      {"msg", "x", {{"x/b.Msg", ""}, {"x/c", ""}}, Kind::outlookMessageFolder},
+      {"mboxFiles", "x", {{"x/deep/a.mbox", ""}}, Kind::mboxFolder},
+      {"mboxWithoutExtension", "x", {{"x/Inbox", "From a\n"}}, Kind::mboxFolder},
+      {"emptyPackages", "x", {{"x/a.mbox/", ""}}, Kind::appleMail},
+      {"otherFiles", "x", {{"x/a.pdf", ""}}, Kind::emlDirectory},
+      {"ownExport",
+       "x",
+       {{"x/index.json", ""}, {"x/messages/cur/", ""}, {"x/messages/new/", ""}},
+       Kind::maildir},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    const FileTree tree(c.files);
+    EXPECT_EQ(kindName(SourceDetector::detect(tree / c.path)), kindName(c.kind));
+  }
+}
+
+TEST(SourceDetector, files) {
+  static const struct {
+    const char* name;
+    const char* file;
+    std::string content;
+    MailSourceKind kind;
+  } kCases[] = {
+      {"empty", "a.mbox", "", MailSourceKind::emlFile},
+      {"threeBytes", "a", "abc", MailSourceKind::emlFile},
+      {"mboxWhateverItsName", "a.eml", "From ", MailSourceKind::mbox},
+      {"almostMbox", "a.mbox", "From:", MailSourceKind::emlFile},
+      {"olm", "a.OLM", "PK\3\4", MailSourceKind::olm},
+      {"zip", "a.zip", "PK\3\4", MailSourceKind::emlFile},
+      {"olmByNameOnly", "a.olm", "From x", MailSourceKind::mbox},
+      {"pstWhateverItsName", "a.bin", "!BDN", MailSourceKind::pst},
+      {"compound", "a.msg", kCompound, MailSourceKind::outlookMessage},
+      {"compoundCut", "a.msg", kCompound.substr(0, 7), MailSourceKind::emlFile},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    const FileTree tree{{c.file, c.content}};
+    EXPECT_EQ(kindName(SourceDetector::detect(tree / c.file)), kindName(c.kind));
+  }
+  const FileTree tree;
+  ASSERT_EQ(::mkfifo((tree / "pipe").c_str(), 0600), 0);
+  EXPECT_EQ(SourceDetector::detect(tree / "pipe"), MailSourceKind::unknown);
+}
+
+TEST(SourceDetector, everyKindHasAnImporterOrSaysWhyNot) {
+  const FileTree tree{{"Work.MBOX", "From a\nb"}, {"Sent.mbox/mbox", "From a\nc"}};
+  for (const MailSourceKind kind : kAllMailSourceKinds) {
+    SCOPED_TRACE(kindName(kind));
+    EXPECT_FALSE(kindLabel(kind).empty());
+    try {
+      EXPECT_NE(SourceDetector::importer(tree.root(), kind)->displayName(), "");
+    } catch (const ImportError& error) {
+      const auto* const notYet = std::get_if<ImportError::NotYetImportable>(&error.reason());
+      if (notYet == nullptr) {
+        EXPECT_EQ(kind, MailSourceKind::unknown);
+        EXPECT_EQ(error.what(), "Unsupported mail source at " + tree.root().string());
+      } else {
+        EXPECT_THAT(error.what(), EndsWith("(" + std::string(kindLabel(kind)) + ")"));
+      }
+    }
+  }
+  const auto file = SourceDetector::importer(tree / "Work.MBOX", MailSourceKind::mbox);
+  EXPECT_THAT(harvest(*file).texts(), ElementsAre("Work|b"));
+  const auto package =
+      SourceDetector::importer(tree / "Sent.mbox/", MailSourceKind::appleMailPackage);
+  EXPECT_THAT(harvest(*package).texts(), ElementsAre("Sent|c"));
+  EXPECT_EQ(package->displayName(), "Sent.mbox");
+}
+
+TEST(AccessProblem, remedyOnMacos) {
+  using Remedy = AccessProblem::Remedy;
+  static constexpr struct {
+    const char* name;
+    std::string_view path;
+    Remedy remedy;
+  } kCases[] = {
+      {"mail", "/Users/a/Library/Mail", Remedy::fullDiskAccess},
+      {"insideMail", "/Users/a/Library/Mail/V10/x", Remedy::fullDiskAccess},
+      {"longerName", "/Users/a/Library/MailX", Remedy::filePermissions},
+      {"groupContainers", "/Users/a/Library/Group Containers/x", Remedy::fullDiskAccess},
+      {"documents", "/Users/a/Documents/x", Remedy::filesAndFolders},
+      {"otherHome", "/Users/ab/Documents/x", Remedy::filePermissions},
+      {"volume", "/Volumes/Backup", Remedy::filesAndFolders},
+      {"elsewhere", "/srv/mail", Remedy::filePermissions},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    const auto remedy = AccessProblem::macosRemedyFor(c.path, "/Users/a");
+    EXPECT_EQ(remedy, c.remedy);
+    EXPECT_EQ(AccessProblem({"", remedy}).settingsURL().has_value(),
+              remedy != Remedy::filePermissions);
+  }
+  EXPECT_EQ(AccessProblem::macosRemedyFor("/Documents", ""), Remedy::filePermissions);
+  EXPECT_EQ(AccessProblem({"/x", Remedy::filesAndFolders}).explanation().text(),
+            "macOS does not let this program read /x. Allow it in System Settings > Privacy & "
+            "Security > Files and Folders, then run it again.");
+  EXPECT_EQ(AccessProblem({"/x", Remedy::fullDiskAccess}).explanation().text(),
+            "macOS does not let this program read /x. Give the program that runs it Full Disk "
+            "Access in System Settings > Privacy & Security > Full Disk Access, then run it "
+            "again.");
+}
+
+/// Takes the rights of the superuser away for a while, to whom nothing is refused.
+class WithoutPrivilege {
+ public:
+  WithoutPrivilege() : user_(::geteuid()) {
+    if (user_ == 0) {
+      EXPECT_EQ(::seteuid(65534), 0);
+    }
+  }
+  ~WithoutPrivilege() { EXPECT_EQ(::seteuid(user_), 0); }
+  WithoutPrivilege(const WithoutPrivilege&) = delete;
+  WithoutPrivilege& operator=(const WithoutPrivilege&) = delete;
+
+ private:
+  uid_t user_;
+};
+
+TEST(SourceDetector, accessProblem) {
+  const FileTree tree{
+      {"file", "a"},     {"empty", ""},   {"closed", "a"},   {"closedFolder/x", ""},
+      {"listed/x", "a"}, {"open/x", "a"}, {"open/sub/", ""},
+  };
+  fs::permissions(tree.root(), fs::perms(0755));
+  fs::permissions(tree / "closed", fs::perms::none);
+  fs::permissions(tree / "closedFolder", fs::perms::none);
+  fs::permissions(tree / "listed/x", fs::perms::none);
+  static constexpr struct {
+    const char* path;
+    bool refused;
+  } kCases[] = {{"file", false},  {"empty", false},        {"missing", false},
+                {"open", false},  {"closed", true},        {"closedFolder", true},
+                {"listed", true}, {"closedFolder/x", true}};
+  const WithoutPrivilege unprivileged;
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.path);
+    const auto problem = SourceDetector::accessProblem(tree / c.path);
+    ASSERT_EQ(problem.has_value(), c.refused);
+    if (!problem) continue;
+    EXPECT_EQ(problem->explanation().text(),
+              (tree / c.path).string() + " cannot be read: its permissions do not allow it.");
+  }
+}
+
+}  // namespace
+}  // namespace ambervane

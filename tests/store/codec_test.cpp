@@ -1,0 +1,162 @@
+#include "store/codec.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "base/digest.h"
+#include "store/deflate.h"
+#include "store/seed_dictionary.h"
+
+namespace ambervane {
+namespace {
+
+Bytes noise(std::size_t size) {
+  std::mt19937 random(7);
+  Bytes bytes(size, '\0');
+  for (char& c : bytes) c = static_cast<char>(random());
+  return bytes;
+}
+
+const Bytes kGreeting =
+    "Mit freundlichen Grüssen\nContent-Disposition: inline\nMit freundlichen "
+    "Grüssen\n";
+
+Bytes unhex(std::string_view digits) { return hexDecode(digits).value_or(""); }
+
+TEST(SeedDictionary, isPartOfTheFormat) {
+  EXPECT_EQ(seedDictionary().size(), 1408U);
+  EXPECT_EQ(sha256Hex(seedDictionary()),
+            "1c7997c71226ece0363cf059e854f1c5e1576963cd5844c0ea4fcfc35ca6e1fd");
+}
+
+TEST(Compressor, choosesCodec) {
+  const struct {
+    const char* name;
+    Bytes data;
+    Codec codec;
+  } kCases[] = {
+      {"empty", "", Codec::stored},
+      {"127Bytes", Bytes(127, 'a'), Codec::stored},
+      {"128Bytes", Bytes(128, 'a'), Codec::deflateDictionary},
+      {"128BytesOfNoise", noise(128), Codec::stored},
+      {"incompressible", noise(1000000), Codec::stored},
+      {"savesTwoPerCent", noise(98000) + Bytes(2000, '\0'), Codec::stored},
+      {"savesFivePerCent", noise(95000) + Bytes(5000, '\0'), Codec::deflateDictionary},
+      {"text", kGreeting + kGreeting, Codec::deflateDictionary},
+  };
+  for (const auto effort :
+       {CompressionEffort::fast, CompressionEffort::balanced, CompressionEffort::smallest}) {
+    for (const auto& c : kCases) {
+      SCOPED_TRACE(std::string(c.name) + " " + std::string(rawValue(effort)));
+      const CompressedRecord record = Compressor::compress(c.data, seedDictionary(), effort);
+      EXPECT_EQ(record.codec, c.codec);
+      EXPECT_EQ(record.originalLength, c.data.size());
+      EXPECT_EQ(Compressor::decompress(record.payload, record.codec, seedDictionary(),
+                                       record.originalLength),
+                c.data);
+    }
+  }
+}
+
+TEST(Compressor, decompressesTheDocumentedStreams) {
+  const struct {
+    const char* name;
+    Bytes payload;
+    Codec codec;
+    Bytes dictionary;
+    std::optional<Bytes> data;
+  } kCases[] = {
+      {"plainZlib",
+       unhex("78daf348cdc9c9d751f08050e5f945392900"
+             "40c206a9"),
+       Codec::deflateDictionary, "", "Hello, Hello, world"},
+      {"plainZlibIgnoresDictionary", unhex("78daf348cdc9c9d751f08050e5f94539290040c206a9"),
+       Codec::deflateDictionary, "Hello, ", "Hello, Hello, world"},
+      {"presetDictionary",
+       unhex("78f909ee0241f340a1caf38b7252"
+             "0040c206a9"),
+       Codec::deflateDictionary, "Hello, ", "Hello, Hello, world"},
+      {"seedDictionary", unhex("78f93ae5de2fc3ed6cbce5024e5d00f0061f39"), Codec::deflateDictionary,
+       Bytes(seedDictionary()), kGreeting},
+      {"wrongDictionary", unhex("78f909ee0241f340a1caf38b72520040c206a9"), Codec::deflateDictionary,
+       "Hallo, ", std::nullopt},
+      {"noDictionary", unhex("78f909ee0241f340a1caf38b72520040c206a9"), Codec::deflateDictionary,
+       "", std::nullopt},
+      {"bytesBehindTheStream", unhex("78daf348cdc9c9d751f08050e5f94539290040c206a9ffff"),
+       Codec::deflateDictionary, "", "Hello, Hello, world"},
+      {"wrongContentChecksum", unhex("78daf348cdc9c9d751f08050e5f94539290040c206a8"),
+       Codec::deflateDictionary, "", std::nullopt},
+      {"rawDeflate", unhex("f348cdc9c9d751f08050e5f94539290000"), Codec::deflateDictionary, "",
+       std::nullopt},
+      {"empty", "", Codec::deflateDictionary, "", ""},
+      {"stored", "as it is", Codec::stored, "", "as it is"},
+      {"lzfse", "bvxn", Codec::lzfse, "", std::nullopt},
+      {"lzma",
+       "\xfd"
+       "7zXZ",
+       Codec::lzma, "", std::nullopt},
+      {"brotli", "\x0b", Codec::brotli, "", std::nullopt},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(Compressor::decompress(c.payload, c.codec, c.dictionary, 19), c.data);
+  }
+}
+
+TEST(Deflate, damagedStreams) {
+  const Bytes data = kGreeting + noise(300) + kGreeting;
+  const Bytes stream = *Deflate::compress(data, seedDictionary());
+  for (std::size_t size = 0; size < stream.size(); ++size) {
+    SCOPED_TRACE(size);
+    const BytesView cut = BytesView(stream).substr(0, size);
+    EXPECT_EQ(Deflate::decompress(cut, seedDictionary(), data.size()), std::nullopt);
+    Bytes flipped = stream;
+    flipped[size] = static_cast<char>(flipped[size] ^ 0x10);
+    const auto result = Deflate::decompress(flipped, seedDictionary(), data.size());
+    EXPECT_EQ(result.value_or(data), data) << "damage is told, but for unused bits";
+  }
+  EXPECT_EQ(Deflate::decompress(stream, seedDictionary(), data.size()), data) << "state is reset";
+}
+
+TEST(Deflate, promisedSizes) {
+  const Bytes data(100000, 'a');
+  const Bytes stream = *Deflate::compress(data, "");
+  const struct {
+    const char* name;
+    std::size_t expectedSize;
+    bool taken;
+  } kCases[] = {
+      {"true", 100000, true},           {"short", 99999, true}, {"aSixteenth", 6250, true},
+      {"belowASixteenth", 6249, false}, {"nothing", 0, false},  {"fourGigabytes", 0xffffffff, true},
+      {"all", ~std::size_t{0}, true},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    const auto result = Deflate::decompress(stream, "", c.expectedSize);
+    EXPECT_EQ(result.has_value(), c.taken);
+    if (result) {
+      EXPECT_EQ(*result, data);
+      EXPECT_LE(result->capacity(), 2 * data.size()) << "memory follows the content";
+    }
+  }
+  EXPECT_EQ(Deflate::decompress(*Deflate::compress("", ""), "", 0), std::nullopt);
+}
+
+TEST(Deflate, crc32) {
+  EXPECT_EQ(Deflate::crc32(""), 0U);
+  EXPECT_EQ(Deflate::crc32("123456789"), 0xcbf43926U);
+}
+
+TEST(CompressionEffort, words) {
+  for (const char* word : {"fast", "balanced", "smallest"}) {
+    const auto effort = compressionEffortFromRawValue(word);
+    ASSERT_TRUE(effort) << word;
+    EXPECT_EQ(rawValue(*effort), word);
+  }
+  EXPECT_FALSE(compressionEffortFromRawValue("Fast"));
+}
+
+}  // namespace
+}  // namespace ambervane
