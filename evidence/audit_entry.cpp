@@ -87,8 +87,10 @@ void appendEscaped(std::string& out, std::string_view text) {
 }
 
 void appendPayload(std::string& out, const AuditEntry& entry) {
+  // A line gives a negative zero back without its sign, so the sum takes the sign away here too.
+  const double timestamp = entry.timestamp.seconds + 0.0;
   fmt::format_to(std::back_inserter(out), "seq={}\nts={:.6f}\naction={}\nactor=", entry.seq,
-                 entry.timestamp.seconds, auditActionName(entry.action));
+                 timestamp, auditActionName(entry.action));
   appendEscaped(out, entry.actor);
   out += "\nsubject=";
   if (entry.subject) appendEscaped(out, *entry.subject);

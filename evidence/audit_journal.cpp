@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 #include <memory>
 #include <utility>
 
@@ -198,7 +197,7 @@ AuditEntry AuditJournal::append(AuditAction action, const std::optional<std::str
 
 /// Looks for what another process, or an append of ours that failed halfway, has left in the file.
 void AuditJournal::catchUp() {
-  std::uint64_t size = tail_.length;
+  std::uint64_t size = 0;
   try {
     size = file_->size();
   } catch (const FileError&) {
@@ -218,18 +217,17 @@ void AuditJournal::endBatch() {
   if (file_) file_->sync();
 }
 
+void AuditJournal::flush() {
+  const std::lock_guard guard(mutex_);
+  if (file_) file_->sync();
+}
+
 void AuditJournal::synchronize() noexcept {
   try {
-    const std::lock_guard guard(mutex_);
-    if (file_) file_->sync();
+    flush();
   } catch (const FileError&) {
     // The caller asked for what can be had; whoever must know ends a batch.
   }
-}
-
-void AuditJournal::close() {
-  const std::lock_guard guard(mutex_);
-  file_.reset();
 }
 
 VerificationResult AuditJournal::verify() const {

@@ -76,10 +76,10 @@ class AuditJournal {
   void beginBatch();
   /// Ends the batch and flushes what it wrote. Throws FileError.
   void endBatch();
-  /// Flushes without ending a batch; a failure has no consequence.
+  /// Flushes without ending a batch. Throws FileError.
+  void flush();
+  /// As `flush`, for callers to whom a failure has no consequence.
   void synchronize() noexcept;
-  /// Gives the file up: the journal can be read from then on, and no longer written.
-  void close();
 
   /// Walks the chain in the file from its start to the first fault.
   VerificationResult verify() const;

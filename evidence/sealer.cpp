@@ -64,10 +64,11 @@ LocalizedMessage SealError::message() const {
   return std::visit(Words{}, reason_);
 }
 
-Sealer::Sealer(fs::path keyURL, fs::path sealsDirectory, Clock clock)
+Sealer::Sealer(fs::path keyURL, fs::path sealsDirectory, Clock clock, bool writable)
     : keyURL_(std::move(keyURL)),
       sealsDirectory_(std::move(sealsDirectory)),
       clock_(std::move(clock)) {
+  if (!writable) return;
   createFolders(sealsDirectory_);
   const fs::path keys = keyURL_.parent_path();
   std::error_code error;

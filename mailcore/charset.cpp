@@ -69,6 +69,7 @@ constexpr Widening kWidenings[] = {
     {"gb2312", {"gbk", "gb18030"}},   {"gb_2312-80", {"gbk", "gb18030"}},
     {"csgb2312", {"gbk", "gb18030"}}, {"euc-cn", {"gbk", "gb18030"}},
     {"gbk", {"gb18030", ""}},         {"big5", {"big5-hkscs", ""}},
+    {"euc-kr", {"windows-949", ""}},
 };
 
 /// Code points of bytes 0x80 to 0x9f in Windows 1252; 0 where the set has none.
@@ -78,22 +79,9 @@ constexpr std::array<char32_t, 32> kWindows1252High = {
     0x2013, 0x2014, 0x02dc, 0x2122, 0x0161, 0x203a, 0x0153, 0,      0x017e, 0x0178,
 };
 
-bool isAscii(BytesView data) noexcept {
-  return std::none_of(data.begin(), data.end(), [](char c) { return (c & 0x80) != 0; });
-}
-
-/// The byte as UTF-8, or false where Windows 1252 has no such character.
-bool appendWindows1252(std::string& out, unsigned char byte) {
-  char32_t c = byte;
-  if (byte >= 0x80 && byte < 0xa0) {
-    c = kWindows1252High[byte - 0x80U];
-    if (c == 0) return false;
-  }
-  appendUtf8(out, c);
-  return true;
-}
-
-std::optional<std::string> decodeWindows1252(BytesView data) {
+/// Reads a set of one byte a character that has ASCII in its lower half.
+template <class CharacterOf>
+std::optional<std::string> decodeSingleBytes(BytesView data, CharacterOf characterOf) {
   std::string out;
   out.reserve(data.size() + data.size() / 8);
   std::size_t copied = 0;
@@ -102,10 +90,21 @@ std::optional<std::string> decodeWindows1252(BytesView data) {
     if (byte < 0x80) continue;
     out.append(data, copied, at - copied);
     copied = at + 1;
-    if (!appendWindows1252(out, byte)) return std::nullopt;
+    const std::optional<char32_t> c = characterOf(byte);
+    if (!c) return std::nullopt;
+    appendUtf8(out, *c);
   }
   out.append(data, copied);
   return out;
+}
+
+std::optional<std::string> decodeWindows1252(BytesView data) {
+  return decodeSingleBytes(data, windows1252Character);
+}
+
+std::string decodeLatin1(BytesView data) {
+  const auto same = [](unsigned char byte) { return std::optional<char32_t>(byte); };
+  return decodeSingleBytes(data, same).value_or("");
 }
 
 struct ConverterCloser {
@@ -123,10 +122,7 @@ Converter openStrict(const std::string& name) {
   return converter;
 }
 
-std::optional<std::string> decodeWithIcu(BytesView data, const std::string& name) {
-  const Converter from = openStrict(name);
-  const Converter to = openStrict(std::string(kUtf8));
-  if (!from || !to) return std::nullopt;
+std::optional<std::string> convert(BytesView data, UConverter& from, UConverter& to) {
   std::string out;
   std::array<UChar, 2048> pivot{};
   UChar* pivotSource = pivot.data();
@@ -139,14 +135,59 @@ std::optional<std::string> decodeWithIcu(BytesView data, const std::string& name
   do {
     status = U_ZERO_ERROR;
     char* target = buffer.data();
-    ucnv_convertEx(to.get(), from.get(), &target, target + buffer.size(), &source, end,
-                   pivot.data(), &pivotSource, &pivotTarget, pivot.data() + pivot.size(), first,
+    ucnv_convertEx(&to, &from, &target, target + buffer.size(), &source, end, pivot.data(),
+                   &pivotSource, &pivotTarget, pivot.data() + pivot.size(), first,
                    /*flush=*/true, &status);
     out.append(buffer.data(), static_cast<std::size_t>(target - buffer.data()));
     first = false;
   } while (status == U_BUFFER_OVERFLOW_ERROR);
   if (U_FAILURE(status)) return std::nullopt;
   return out;
+}
+
+/// Whether UTF-8 text holds any of U+0080 to U+009F.
+bool hasC1Control(std::string_view text) noexcept {
+  for (std::size_t at = text.find('\xc2'); at < text.size(); at = text.find('\xc2', at + 1)) {
+    if (static_cast<unsigned char>(text[at + 1]) < 0xa0) return true;
+  }
+  return false;
+}
+
+/// ICU gives bytes that a set leaves undefined a C1 control to read as, so those say nothing,
+/// except in the ISO sets, which have all of them, and in those that can write any code point.
+bool meansC1Controls(UConverter& from, UConverter& to) {
+  switch (ucnv_getType(&from)) {
+    case UCNV_MBCS: {
+      UErrorCode status = U_ZERO_ERROR;
+      return std::string_view(ucnv_getName(&from, &status)) == "gb18030";
+    }
+    case UCNV_SBCS: {
+      std::string bytes;
+      for (int byte = 0x80; byte < 0xa0; ++byte) bytes.push_back(static_cast<char>(byte));
+      return convert(bytes, from, to) == decodeLatin1(bytes);
+    }
+    default:
+      return true;
+  }
+}
+
+std::optional<std::string> decodeWithIcu(BytesView data, const std::string& name) {
+  const Converter from = openStrict(name);
+  const Converter to = openStrict(std::string(kUtf8));
+  if (!from || !to) return std::nullopt;
+  auto text = convert(data, *from, *to);
+  if (text && hasC1Control(*text) && !meansC1Controls(*from, *to)) return std::nullopt;
+  return text;
+}
+
+/// Whether UTF-8 text holds a character of the private use area U+E000 to U+F8FF.
+bool hasPrivateUse(std::string_view text) noexcept {
+  for (std::size_t at = 0; at + 1 < text.size(); ++at) {
+    const auto lead = static_cast<unsigned char>(text[at]);
+    const auto next = static_cast<unsigned char>(text[at + 1]);
+    if (lead == 0xee || (lead == 0xef && next < 0xa4)) return true;
+  }
+  return false;
 }
 
 std::optional<std::string> decodeStrictly(BytesView data, const std::string& converter) {
@@ -158,7 +199,7 @@ std::optional<std::string> decodeStrictly(BytesView data, const std::string& con
     if (!isAscii(data)) return std::nullopt;
     return std::string(data);
   }
-  if (converter == kLatin1) return isAscii(data) ? std::string(data) : latin1ToUtf8(data);
+  if (converter == kLatin1) return decodeLatin1(data);
   if (converter == kWindows1252) return decodeWindows1252(data);
   return decodeWithIcu(data, converter);
 }
@@ -186,20 +227,30 @@ std::optional<std::string> encodingOf(std::string_view label) {
   return encodingByAlias(label);
 }
 
-std::optional<std::string> decodeLabelled(BytesView data, std::string_view label) {
-  const std::string name = lowercase(trim(label));
-  if (const auto converter = encodingOf(name)) {
-    if (auto text = decodeStrictly(data, *converter)) return text;
-  }
+/// All converters to try for a label, the label's own first.
+std::vector<std::string> convertersFor(std::string_view label) {
+  std::vector<std::string> converters;
+  if (auto own = encodingOf(label)) converters.push_back(*std::move(own));
   for (const Widening& widening : kWidenings) {
-    if (widening.label != name) continue;
+    if (widening.label != label) continue;
     for (const std::string_view candidate : widening.candidates) {
-      const auto converter = encodingByAlias(candidate);
-      if (!converter) continue;
-      if (auto text = decodeStrictly(data, *converter)) return text;
+      if (auto wider = encodingByAlias(candidate)) converters.push_back(*std::move(wider));
     }
   }
-  return std::nullopt;
+  return converters;
+}
+
+std::optional<std::string> decodeLabelled(BytesView data, std::string_view label) {
+  const auto converters = convertersFor(lowercase(trim(label)));
+  std::optional<std::string> fallback;
+  for (const std::string& converter : converters) {
+    auto text = decodeStrictly(data, converter);
+    if (!text) continue;
+    // ICU reads what a smaller set lacks as private use; a larger set may have the character.
+    if (converters.size() == 1 || !hasPrivateUse(*text)) return text;
+    if (!fallback) fallback = std::move(text);
+  }
+  return fallback;
 }
 
 }  // namespace
@@ -218,7 +269,18 @@ std::string decode(BytesView data, std::optional<std::string_view> label) {
 std::string decodeUnlabelled(BytesView data) {
   if (isValidUtf8(data)) return std::string(data);
   if (auto text = decodeWindows1252(data)) return *std::move(text);
-  return latin1ToUtf8(data);
+  return decodeLatin1(data);
+}
+
+bool isAscii(BytesView data) noexcept {
+  return std::none_of(data.begin(), data.end(), [](char c) { return (c & 0x80) != 0; });
+}
+
+std::optional<char32_t> windows1252Character(unsigned char byte) noexcept {
+  if (byte < 0x80 || byte >= 0xa0) return byte;
+  const char32_t c = kWindows1252High[byte - 0x80U];
+  if (c == 0) return std::nullopt;
+  return c;
 }
 
 }  // namespace ambervane::Charset

@@ -11,10 +11,6 @@
 namespace ambervane {
 namespace {
 
-bool isAscii(std::string_view text) noexcept {
-  return std::none_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
-}
-
 /// A field whose lines are still being read.
 struct PendingField {
   bool open = false;
@@ -104,7 +100,7 @@ std::vector<HeaderField> HeaderSet::fields() const {
 }
 
 std::size_t HeaderSet::find(std::string_view wanted, std::size_t from) const {
-  if (isAscii(wanted)) {
+  if (Charset::isAscii(wanted)) {
     for (std::size_t i = from; i < size(); ++i) {
       if (asciiEqualIgnoringCase(name(i), wanted)) return i;
     }
@@ -189,7 +185,7 @@ std::optional<std::string> fieldName(BytesView line) {
   const std::size_t colon = line.find(':');
   if (colon == BytesView::npos) return std::nullopt;
   const BytesView bytes = line.substr(0, colon);
-  if (isAscii(bytes)) {
+  if (Charset::isAscii(bytes)) {
     const std::string_view name = trim(bytes);
     if (name.empty()) return std::nullopt;
     return std::string(name);

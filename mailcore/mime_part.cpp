@@ -9,7 +9,8 @@ const ParameterizedHeader& MIMEPart::contentType() const {
   if (!contentType_) {
     auto type = ParameterizedHeader::parse(headers_["content-type"]);
     if (!type) {
-      const bool inDigest = parent_ != nullptr && parent_->contentType().value == "multipart/digest";
+      const bool inDigest =
+          parent_ != nullptr && parent_->contentType().value == "multipart/digest";
       type.emplace();
       type->value = inDigest ? "message/rfc822" : "text/plain";
     }

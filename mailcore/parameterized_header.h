@@ -11,7 +11,7 @@ namespace ambervane {
 /// A field such as Content-Type: a value and its parameters (RFC 2045 section 5.1), continuations
 /// and character sets read (RFC 2231), encoded words too, since many mailers write file names so.
 struct ParameterizedHeader {
-  std::string value;  ///< trimmed and lower-cased
+  std::string value;                                           ///< trimmed and lower-cased
   std::map<std::string, std::string, std::less<>> parameters;  ///< by lower-cased name
 
   /// Absent for absent or blank text, else the best reading. Linear but for the order of names.

@@ -108,7 +108,8 @@ Bytes decodeBase64(BytesView data) {
   while (in < end) {
     if (digits == 0) {
       while (end - in >= 4) {
-        const std::uint32_t four = kDigit1[in[0]] | kDigit2[in[1]] | kDigit3[in[2]] | kDigit4[in[3]];
+        const std::uint32_t four =
+            kDigit1[in[0]] | kDigit2[in[1]] | kDigit3[in[2]] | kDigit4[in[3]];
         if (four >= kNoDigit) break;
         write = putGroup(write, four);
         in += 4;
@@ -158,6 +159,29 @@ Bytes decodeQuotedPrintable(BytesView data) {
     if (byte != '\r' || !realLineEndFollows(data, at)) out.push_back(byte);
   }
   return out;
+}
+
+int base64Digit(char c) noexcept {
+  const std::uint32_t digit = kDigit4[static_cast<unsigned char>(c)];
+  return digit == kNoDigit ? -1 : static_cast<int>(digit);
+}
+
+Bytes decodeHexEscapes(std::string_view text, char escape) {
+  Bytes bytes;
+  bytes.reserve(text.size());
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] == escape && at + 2 < text.size()) {
+      const int high = hexDigit(text[at + 1]);
+      const int low = hexDigit(text[at + 2]);
+      if (high >= 0 && low >= 0) {
+        bytes.push_back(static_cast<char>(high * 16 + low));
+        at += 2;
+        continue;
+      }
+    }
+    bytes.push_back(text[at]);
+  }
+  return bytes;
 }
 
 Bytes encodeBase64Wrapped(BytesView data, std::size_t lineLength) {

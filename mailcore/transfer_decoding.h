@@ -41,6 +41,11 @@ Bytes decodeBase64(BytesView data);
 /// RFC 2045 section 6.7. White space at a line's end stays; a "=" that encodes nothing stays; an
 /// encoded CR in front of a real line end is dropped.
 Bytes decodeQuotedPrintable(BytesView data);
+/// The value of a base64 digit, or -1.
+int base64Digit(char c) noexcept;
+/// `text` with each `escape` and the two hexadecimal digits behind it replaced by their byte. An
+/// `escape` without them stays.
+Bytes decodeHexEscapes(std::string_view text, char escape);
 /// Standard base64 in lines of `lineLength` characters (at least 1), each ended by CRLF.
 Bytes encodeBase64Wrapped(BytesView data, std::size_t lineLength);
 /// The bytes `data` stands for; all but base64 and quoted-printable stand for themselves.

@@ -6,6 +6,7 @@
 
 #include "base/file.h"
 #include "base/text.h"
+#include "mailformats/folder_listing.h"
 #include "mailformats/import_error.h"
 #include "mailformats/maildir_reader.h"
 #include "mailformats/mbox_reader.h"

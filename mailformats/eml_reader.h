@@ -2,11 +2,11 @@
 #define AMBERVANE_MAILFORMATS_EML_READER_H_
 
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <string>
 #include <string_view>
 
-#include "mailformats/folder_listing.h"
 #include "mailformats/message_importer.h"
 
 namespace ambervane {

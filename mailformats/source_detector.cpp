@@ -107,19 +107,20 @@ bool isAppleMailRoot(const fs::path& folder) {
          ownName(fs::absolute(folder, ignored) / "..") == "Mail";
 }
 
-/// Whether the tree has Maildirs below its root, and if so whether they are those of Maildir++:
-/// a mailbox without an INBOX of its own.
-std::optional<MailSourceKind> kindOfMaildirsIn(const fs::path& folder) {
-  bool dotted = false;
-  const bool found = anyInTree(folder, [&](const fs::directory_entry& entry) {
+bool containsMaildir(const fs::path& folder) {
+  return anyInTree(folder, [](const fs::directory_entry& entry) {
     std::error_code ignored;
-    if (!entry.is_directory(ignored) || !MaildirReader::isMaildir(entry.path())) return false;
-    dotted =
-        entry.path().filename().native().starts_with('.') && entry.path().parent_path() == folder;
-    return true;
+    return !entry.path().filename().native().starts_with('.') && entry.is_directory(ignored) &&
+           MaildirReader::isMaildir(entry.path());
   });
-  if (!found) return std::nullopt;
-  return dotted ? MailSourceKind::maildir : MailSourceKind::mboxFolder;
+}
+
+/// Whether the folders of Maildir++ lie in a root that has no INBOX of its own.
+bool containsMaildirPlusPlus(const fs::path& folder) {
+  return anyInTree(folder, [&](const fs::directory_entry& entry) {
+    return entry.path().filename().native().starts_with('.') &&
+           entry.path().parent_path() == folder && MaildirReader::isMaildir(entry.path());
+  });
 }
 
 bool containsMailbox(const fs::path& folder) {
@@ -148,8 +149,8 @@ MailSourceKind detectFolder(const fs::path& folder) {
   const bool containsEMLX = anyInTree(
       folder, [](const fs::directory_entry& entry) { return entry.path().extension() == ".emlx"; });
   if (containsEMLX) return Kind::appleMail;
-  if (const auto kind = kindOfMaildirsIn(folder)) return *kind;
-  if (containsMailbox(folder)) return Kind::mboxFolder;
+  if (containsMaildir(folder) || containsMailbox(folder)) return Kind::mboxFolder;
+  if (containsMaildirPlusPlus(folder)) return Kind::maildir;
   return names.mbox ? Kind::appleMail : Kind::emlDirectory;
 }
 

@@ -29,28 +29,28 @@ FileSystem fileSystem(const std::filesystem::path& path) {
 #else
 
 struct FileSystem {
-  std::uint32_t magic;
   const char* name;
+  std::uint32_t magic;
   bool isNetwork = false;
 };
 
 // Numbers from <linux/magic.h> and, for file systems outside it, from their own sources.
 constexpr FileSystem kFileSystems[] = {
-    {0x0000ef53, "ext4"},       {0x58465342, "xfs"},        {0x9123683e, "btrfs"},
-    {0x2fc12fc1, "zfs"},        {0xf2f52010, "f2fs"},       {0xca451a4e, "bcachefs"},
-    {0x52654973, "reiserfs"},   {0x3153464a, "jfs"},        {0x00004d44, "vfat"},
-    {0x2011bab0, "exfat"},      {0x5346544e, "ntfs"},       {0x7366746e, "ntfs3"},
-    {0x0000482b, "hfsplus"},    {0x00009660, "iso9660"},    {0x15013346, "udf"},
-    {0x73717368, "squashfs"},   {0xe0f5e1e2, "erofs"},      {0x01021994, "tmpfs"},
-    {0x858458f6, "ramfs"},      {0x794c7630, "overlay"},    {0x0000f15f, "ecryptfs"},
-    {0x65735546, "fuse"},       {0x786f4256, "vboxsf"},     {0x00009fa0, "proc"},
-    {0x62656572, "sysfs"},      {0x01021997, "9p", true},   {0x00006969, "nfs", true},
-    {0x0000517b, "smb", true},  {0xfe534d42, "smb", true},  {0xff534d42, "cifs", true},
-    {0x00c36400, "ceph", true}, {0x5346414f, "afs", true},  {0x6b414653, "afs", true},
-    {0x73757245, "coda", true}, {0x0000564c, "ncpfs", true}};
+    {"ext4", 0x0000ef53},       {"xfs", 0x58465342},        {"btrfs", 0x9123683e},
+    {"zfs", 0x2fc12fc1},        {"f2fs", 0xf2f52010},       {"bcachefs", 0xca451a4e},
+    {"reiserfs", 0x52654973},   {"jfs", 0x3153464a},        {"vfat", 0x00004d44},
+    {"exfat", 0x2011bab0},      {"ntfs", 0x5346544e},       {"ntfs3", 0x7366746e},
+    {"hfsplus", 0x0000482b},    {"iso9660", 0x00009660},    {"udf", 0x15013346},
+    {"squashfs", 0x73717368},   {"erofs", 0xe0f5e1e2},      {"tmpfs", 0x01021994},
+    {"ramfs", 0x858458f6},      {"overlay", 0x794c7630},    {"ecryptfs", 0x0000f15f},
+    {"fuse", 0x65735546},       {"vboxsf", 0x786f4256},     {"proc", 0x00009fa0},
+    {"sysfs", 0x62656572},      {"9p", 0x01021997, true},   {"nfs", 0x00006969, true},
+    {"smb", 0x0000517b, true},  {"smb", 0xfe534d42, true},  {"cifs", 0xff534d42, true},
+    {"ceph", 0x00c36400, true}, {"afs", 0x5346414f, true},  {"afs", 0x6b414653, true},
+    {"coda", 0x73757245, true}, {"ncpfs", 0x0000564c, true}};
 
 FileSystem fileSystem(const std::filesystem::path& path) {
-  static constexpr FileSystem kUnknown{0, "unknown"};
+  static constexpr FileSystem kUnknown{"unknown", 0};
   struct statfs info {};
   if (::statfs(path.c_str(), &info) != 0) return kUnknown;
   // The type is a signed word of the machine, the number one of 32 bits.

@@ -162,7 +162,7 @@ void MailArchive::openParts() {
       journalPath, AuditJournal::defaultActor, journals,
       environment_.journalLock ? environment_.journalLock : systemFileLock, environment_.clock);
   sealer_ = std::make_unique<Sealer>(url_ / "keys" / "seal.key", url_ / "chain" / "seals",
-                                     environment_.clock);
+                                     environment_.clock, !readOnly_);
   dictionaries_ = std::make_unique<DictionaryKeeper>(*catalog_, url_ / "dict");
 }
 
@@ -214,15 +214,18 @@ std::int64_t MailArchive::nextPack(std::int64_t size) {
 void MailArchive::synchronize() {
   packs_->flush();
   sidecars_->synchronize();
-  journal_->synchronize();
+  journal_->flush();
 }
 
 ChainSeal MailArchive::sealNow() {
   if (readOnly_) throw ArchiveError(ArchiveError::ReadOnly{});
   // A seal must never anchor an entry, or count a message, that a crash could still take away.
   synchronize();
-  const std::int64_t messages =
-      catalog_->database().count("SELECT COUNT(*) FROM message");
+  return writeSeal();
+}
+
+ChainSeal MailArchive::writeSeal() {
+  const std::int64_t messages = catalog_->database().count("SELECT COUNT(*) FROM message");
   ChainSeal seal = sealer_->seal(journal_->head(), journal_->count(), messages);
   journal_->append(AuditAction::chainSealed, std::to_string(seal.sealNumber),
                    {{"head", seal.chainHead},
@@ -236,8 +239,9 @@ ChainSeal MailArchive::sealNow() {
 void MailArchive::noteStoredMessage() {
   ++entriesSinceSeal_;
   if (readOnly_ || entriesSinceSeal_ < policy().sealEveryEntries) return;
+  synchronize();
   try {
-    sealNow();
+    writeSeal();
   } catch (const TranslatableError&) {
     // The count stays, so the next message tries again; a run's end seals in any case.
   }

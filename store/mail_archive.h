@@ -91,7 +91,7 @@ class MailArchive {
   /// ArchiveError (ReadOnly), FileError.
   ChainSeal sealNow();
   /// Counts one stored message, and seals when the policy's interval is reached; a failure to seal
-  /// is passed over, since the next count tries again.
+  /// is passed over, since the next count tries again. Throws what `synchronize` throws.
   void noteStoredMessage();
 
  private:
@@ -101,6 +101,7 @@ class MailArchive {
   void prepareForWriting();
   void settleCurrentPack();
   void rollOver(std::int64_t packID);
+  ChainSeal writeSeal();
 
   std::filesystem::path url_;
   ArchiveEnvironment environment_;

@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <system_error>
 #include <tuple>
 
 #include "base/file.h"
@@ -148,13 +150,20 @@ SQLiteDatabase::SQLiteDatabase(std::filesystem::path path, Mode mode, std::strin
 }
 
 void SQLiteDatabase::open(Mode mode) {
-  // The catalog's connections are guarded by our own mutex, so SQLite's is not needed.
+  // Each connection is guarded by our own mutex, so SQLite's is not needed.
   int flags = SQLITE_OPEN_NOMUTEX;
   std::string name = path_.native();
+  // A true read-only connection to a WAL database leaves its "-wal" and "-shm" behind, because it
+  // may not remove them; where we may write, a connection that only promises not to does better.
+  const bool tidiesUp = mode == Mode::readOnly && ::access(path_.c_str(), W_OK) == 0 &&
+                        ::access(path_.parent_path().c_str(), W_OK) == 0;
+  std::error_code ignored;
+  const auto logBytes = std::filesystem::file_size(name + "-wal", ignored);
+  const bool hasLog = !ignored && logBytes > 0;
   if (mode == Mode::readWrite) {
     flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
   } else {
-    flags |= SQLITE_OPEN_READONLY;
+    flags |= tidiesUp ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
   }
   if (mode == Mode::immutable) {
     flags |= SQLITE_OPEN_URI;
@@ -164,7 +173,15 @@ void SQLiteDatabase::open(Mode mode) {
   if (code != SQLITE_OK) throw SQLiteError(SQLiteError::Open{printable(path_.native()), code});
   sqlite3_extended_result_codes(handle_, 1);
   sqlite3_busy_timeout(handle_, kBusyMilliseconds);
-  if (mode != Mode::readWrite) return;
+  if (tidiesUp) {
+    execute("PRAGMA query_only=ON");
+    // What a crashed writer left is for the next writer to take in.
+    if (hasLog) sqlite3_db_config(handle_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+  }
+  if (mode == Mode::readWrite) configureForWriting();
+}
+
+void SQLiteDatabase::configureForWriting() {
   try {
     execute("PRAGMA journal_mode=WAL");
   } catch (const SQLiteError&) {

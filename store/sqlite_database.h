@@ -171,6 +171,7 @@ class SQLiteDatabase {
     }
   };
   void open(Mode mode);
+  void configureForWriting();
   /// A statement ready to run; the second is true when the caller must finalise it.
   std::pair<sqlite3_stmt*, bool> prepare(std::string_view sql);
   void bind(sqlite3_stmt* statement, std::string_view sql, const SQLBindings& bindings);

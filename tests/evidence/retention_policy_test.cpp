@@ -143,59 +143,29 @@ TEST(RetentionPolicy, yearsBeyondTheCalendar) {
 }
 
 TEST(RetentionPolicy, classification) {
+  using Texts = std::vector<std::string>;
+  const auto rule = [](const char* toClass, Texts folders, Texts participants, Texts subject,
+                       bool attachment = false, bool enabled = true) {
+    return RetentionRule{"id",
+                         "name",
+                         toClass,
+                         enabled,
+                         std::move(participants),
+                         std::move(folders),
+                         std::move(subject),
+                         attachment};
+  };
   RetentionPolicy policy;
-  const auto add = [&](RetentionRule rule) { policy.rules.push_back(std::move(rule)); };
-  add({.id = "1",
-       .name = "off",
-       .classIdentifier = "transient",
-       .enabled = false,
-       .participants = {},
-       .folders = {"Invoices"},
-       .subjectContains = {}});
-  add({.id = "2",
-       .name = "empty",
-       .classIdentifier = "transient",
-       .participants = {},
-       .folders = {},
-       .subjectContains = {}});
-  add({.id = "3",
-       .name = "blank",
-       .classIdentifier = "transient",
-       .participants = {},
-       .folders = {""},
-       .subjectContains = {}});
-  add({.id = "4",
-       .name = "no such class",
-       .classIdentifier = "gone",
-       .participants = {},
-       .folders = {"Invoices"},
-       .subjectContains = {}});
-  add({.id = "5",
-       .name = "all three",
-       .classIdentifier = "personnel",
-       .participants = {"hr@", "müller"},
-       .folders = {"Staff"},
-       .subjectContains = {"STRASSE"}});
-  add({.id = "6",
-       .name = "vouchers",
-       .classIdentifier = "accounting",
-       .participants = {},
-       .folders = {"Invoices", "rechnungen"},
-       .subjectContains = {},
-       .requiresAttachment = true});
-  add({.id = "7",
-       .name = "any file",
-       .classIdentifier = "contract",
-       .participants = {},
-       .folders = {},
-       .subjectContains = {"vertrag"}});
-  add({.id = "8",
-       .name = "never reached",
-       .classIdentifier = "transient",
-       .participants = {},
-       .folders = {},
-       .subjectContains = {"Vertrag"}});
-
+  policy.rules = {
+      rule("transient", {"Invoices"}, {}, {}, false, false),  // not enabled
+      rule("transient", {}, {}, {}),                          // empty
+      rule("transient", {""}, {}, {}),                        // a criterion left blank
+      rule("no such class", {"Invoices"}, {}, {}),
+      rule("personnel", {"Staff"}, {"hr@", "müller"}, {"STRASSE"}),
+      rule("accounting", {"Invoices", "rechnungen"}, {}, {}, true),
+      rule("contract", {}, {}, {"vertrag"}),
+      rule("transient", {}, {}, {"Vertrag"}),  // never reached
+  };
   const struct {
     const char* name;
     const char* participants;

@@ -7,7 +7,8 @@
 #include "base/bytes.h"
 #include "base/file.h"
 #include "platform/immutable_flag.h"
-#include "tests/evidence/scratch_folder.h"
+#include "tests/support/file_faults.h"
+#include "tests/support/scratch_folder.h"
 
 namespace ambervane {
 namespace {

@@ -37,7 +37,7 @@ class FileTree {
   FileTree& operator=(const FileTree&) = delete;
 
   std::filesystem::path add(const std::string& path, std::string_view content) const {
-    const std::filesystem::path whole = root_ / path;
+    std::filesystem::path whole = root_ / path;
     if (path.ends_with('/')) {
       std::filesystem::create_directories(whole);
       return whole;

@@ -16,6 +16,7 @@
 #include "mailformats/maildir_reader.h"
 #include "mailformats/mbox_folder_reader.h"
 #include "mailformats/mbox_reader.h"
+#include "mailformats/source_detector.h"
 
 namespace ambervane {
 namespace {
@@ -244,6 +245,14 @@ TEST(MboxFolderReader, messages) {
   EXPECT_THAT(found.texts(), ElementsAre("2023.backup|d", "Sent|e", "Work/Offers|f", "a|a", "b|b",
                                          "plain|c", "Box|From x\ng"));
   EXPECT_THAT(found.unreadable, ElementsAre(HasSubstr("loose: mail of another format in 2 of")));
+}
+
+TEST(Readers, exampleMailIsImportedWhole) {
+  const fs::path mail = fs::path(__FILE__).parent_path() / "../../examples/mail";
+  const auto importer = SourceDetector::importer(mail, SourceDetector::detect(mail));
+  const Harvest found = harvest(*importer);
+  EXPECT_EQ(found.messages.size(), 40U);
+  EXPECT_THAT(found.unreadable, IsEmpty());
 }
 
 TEST(Readers, realMail) {

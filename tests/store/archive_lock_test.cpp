@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "store/archive_error.h"
-#include "tests/store/file_fixtures.h"
+#include "tests/support/file_faults.h"
+#include "tests/support/scratch_folder.h"
 
 namespace ambervane {
 namespace {
@@ -30,7 +31,7 @@ std::optional<std::string> refusedBy(const std::filesystem::path& archive) {
 }
 
 TEST(ArchiveLock, oneHolderAtATime) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   {
     const ArchiveLock lock(folder.path(), kNow);
     EXPECT_FALSE(lock.unsupported());
@@ -46,7 +47,7 @@ TEST(ArchiveLock, oneHolderAtATime) {
 }
 
 TEST(ArchiveLock, holderRecords) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   static constexpr const char* kGood =
       R"({"processID":12,"hostName":"desk","userName":"ann","acquiredAt":"2026-03-01T10:15:30Z",)"
       R"("application":"ambervane"})";
@@ -92,7 +93,7 @@ TEST(ArchiveLock, whatTheSystemAnswers) {
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);
-    const TemporaryFolder folder;
+    const ScratchFolder folder;
     std::vector<int> answers = c.answers();
     const auto scripted = [&answers](int, int operation) {
       if (operation == LOCK_UN || answers.empty()) return 0;
@@ -108,7 +109,7 @@ TEST(ArchiveLock, whatTheSystemAnswers) {
 }
 
 TEST(ArchiveLock, fileThatCannotBeOpened) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   try {
     const ArchiveLock lock(folder.path() / "missing", kNow);
     FAIL();
@@ -119,7 +120,7 @@ TEST(ArchiveLock, fileThatCannotBeOpened) {
 }
 
 TEST(ArchiveLock, fullDiskCostsOnlyTheRecord) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   const FullDisk full(10);
   const ArchiveLock lock(folder.path(), kNow);
   EXPECT_EQ(ArchiveLock::readHolder(folder.path()), std::nullopt);

@@ -6,7 +6,8 @@
 
 #include "base/json.h"
 #include "store/archive_error.h"
-#include "tests/store/file_fixtures.h"
+#include "tests/support/file_faults.h"
+#include "tests/support/scratch_folder.h"
 
 namespace ambervane {
 namespace {
@@ -50,7 +51,7 @@ TEST(ArchiveManifest, writesTheDocumentedText) {
 }
 
 TEST(ArchiveManifest, roundTrip) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   const auto path = folder.path() / "archive.json";
   ArchiveManifest manifest = exampleManifest();
   manifest.minimumReaderVersion = 2;
@@ -125,7 +126,7 @@ TEST(ArchiveManifest, keepsWhatANewerVersionWrote) {
 }
 
 TEST(ArchiveManifest, folderWithoutOneIsNoArchive) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   try {
     ArchiveManifest::load(folder.path() / "archive.json", kNow);
     FAIL();
@@ -135,7 +136,7 @@ TEST(ArchiveManifest, folderWithoutOneIsNoArchive) {
 }
 
 TEST(ArchiveManifest, diskFullLeavesTheOldOne) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   const auto path = folder.path() / "archive.json";
   ArchiveManifest manifest = exampleManifest();
   manifest.save(path);

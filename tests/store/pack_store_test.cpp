@@ -5,16 +5,19 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/digest.h"
 #include "base/file.h"
 #include "platform/immutable_flag.h"
 #include "store/pack_error.h"
-#include "tests/store/file_fixtures.h"
+#include "tests/support/file_faults.h"
+#include "tests/support/scratch_folder.h"
 
 namespace ambervane {
 namespace {
@@ -46,7 +49,7 @@ std::string failureOf(const std::function<void()>& body) {
 }
 
 TEST(PackStore, writesTheDocumentedBytes) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   PackStore store(folder.path() / "packs", kGigabyte, false);
   EXPECT_EQ(store.openForWriting(1), 16);
   EXPECT_EQ(readFile(store.packURL(1)), kExamplePack.substr(0, 16));
@@ -88,7 +91,7 @@ TEST(RecordFlags, bits) {
 }
 
 TEST(PackStore, damage) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   static constexpr std::int64_t kFar = std::numeric_limits<std::int64_t>::max();
   static constexpr struct {
     const char* name;
@@ -138,7 +141,7 @@ TEST(PackStore, diskFullAtEveryByte) {
   static constexpr BytesView kSecond = "lost on a full disk";
   for (std::size_t room = 0; room < kRecordHeaderBytes + kSecond.size(); ++room) {
     SCOPED_TRACE(room);
-    const TemporaryFolder folder;
+    const ScratchFolder folder;
     PackLocation first, third;
     {
       PackStore store(folder.path(), kGigabyte, false);
@@ -166,7 +169,7 @@ TEST(PackStore, diskFullAtEveryByte) {
 TEST(PackStore, newPackOnFullDiskLeavesNothing) {
   for (std::size_t room = 0; room < kPackHeaderBytes; ++room) {
     SCOPED_TRACE(room);
-    const TemporaryFolder folder;
+    const ScratchFolder folder;
     PackStore store(folder.path(), kGigabyte, false);
     {
       const FullDisk full(room);
@@ -178,7 +181,7 @@ TEST(PackStore, newPackOnFullDiskLeavesNothing) {
 }
 
 TEST(PackStore, stopsWritingAfterAFailedSync) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   PackStore store(folder.path(), kGigabyte, false);
   const PackLocation location = appendText(store, "unknown whether on disk");
   {
@@ -194,11 +197,11 @@ TEST(PackStore, stopsWritingAfterAFailedSync) {
 }
 
 TEST(PackStore, readMakesDurableOnce) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   PackStore store(folder.path(), kGigabyte, false);
   const PackLocation first = appendText(store, "one");
   int syncs = 0;
-  setFileStepHook([&syncs](const FileStep& step) {
+  const FileSteps counting([&syncs](const FileStep& step) {
     syncs += step.kind == FileStep::Kind::sync ? 1 : 0;
     return step.bytes;
   });
@@ -211,11 +214,10 @@ TEST(PackStore, readMakesDurableOnce) {
   appendText(store, "three");
   store.openForWriting(2);
   EXPECT_EQ(syncs, 5) << "of the old pack, the new one and the folder";
-  setFileStepHook({});
 }
 
 TEST(PackStore, cacheKeepsSixAndTheCurrentPack) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   PackStore store(folder.path(), kGigabyte, false);
   for (std::int64_t id = 1; id <= 8; ++id) appendText(store, std::to_string(id), id);
   const auto held = store.read({1, 16});
@@ -233,7 +235,7 @@ TEST(PackStore, cacheKeepsSixAndTheCurrentPack) {
 }
 
 TEST(PackStore, readerSeesAPackGrow) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   PackStore writer(folder.path(), kGigabyte, false);
   const PackLocation first = appendText(writer, "first");
   PackStore reader(folder.path(), kGigabyte, true);
@@ -242,8 +244,26 @@ TEST(PackStore, readerSeesAPackGrow) {
   EXPECT_EQ(reader.read(second).payload, "second");
 }
 
+TEST(PackStore, readersBesideTheWriter) {
+  const ScratchFolder folder;
+  PackStore store(folder.path(), kGigabyte, false);
+  const PackLocation first = appendText(store, "first");
+  std::vector<std::thread> readers;
+  readers.reserve(3);
+  for (int i = 0; i < 3; ++i) {
+    readers.emplace_back([&] {
+      for (int round = 0; round < 100; ++round) {
+        EXPECT_EQ(store.read(first).payload, "first");
+        if (round % 10 == 0) store.invalidateCache();
+      }
+    });
+  }
+  for (std::int64_t round = 0; round < 100; ++round) appendText(store, "more", 1 + round / 50);
+  for (std::thread& reader : readers) reader.join();
+}
+
 TEST(PackStore, readOnlyRefusesWithoutATrace) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   PackStore store(folder.path() / "packs", kGigabyte, true);
   const std::string refusal = "Archive is open read-only";
   EXPECT_EQ(failureOf([&] { store.openForWriting(1); }), refusal);
@@ -254,7 +274,7 @@ TEST(PackStore, readOnlyRefusesWithoutATrace) {
 }
 
 TEST(PackStore, neverReplacesWhatItCannotLookAt) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   PackStore store(folder.path(), kGigabyte, false);
   fs::create_symlink("00000001.pack", store.packURL(1));  // a loop: stat fails with ELOOP
   EXPECT_THROW(store.openForWriting(1), FileError);
@@ -262,7 +282,7 @@ TEST(PackStore, neverReplacesWhatItCannotLookAt) {
 }
 
 TEST(PackStore, sizeLimits) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   PackStore store(folder.path(), kGigabyte, false);
   // Mapped without memory behind it: only the first test of its size may touch it.
   const std::size_t limit = kMaxRecordPayloadBytes;
@@ -299,7 +319,7 @@ TEST(PackStore, rollover) {
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);
-    const TemporaryFolder folder;
+    const ScratchFolder folder;
     PackStore store(folder.path(), c.maxPackBytes, false);
     store.openForWriting(1);
     if (!c.emptyPack) appendText(store, "0123456789012345678901");  // the pack is 58 bytes now
@@ -308,7 +328,7 @@ TEST(PackStore, rollover) {
 }
 
 TEST(PackStore, seal) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   PackStore store(folder.path(), kGigabyte, false);
   store.append(kExamplePayload, 30, kStored, 1, 1);
   const PackStore::Seal open = store.seal(1, false);

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/store/file_fixtures.h"
+#include "tests/support/file_faults.h"
+#include "tests/support/scratch_folder.h"
 
 namespace ambervane {
 namespace {
@@ -32,7 +33,7 @@ std::vector<Entry> readBack(const std::filesystem::path& pack) {
 }
 
 TEST(RecoveryIndex, documentedBytes) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   const auto pack = folder.path() / "00000001.pack";
   RecoveryIndex index(pack);
   index.appendMessage(kMessage);
@@ -93,7 +94,7 @@ TEST(RecoveryIndex, lines) {
        "m\t1\th\ta\rb\t\t\t\t\t\n",
        {Message{.offset = 1, .hash = "h", .folder = "a\rb"}}},
       {"goesOnBehindDamage",
-       Bytes("\0\xff\t\t\nb\t1\th\t\t5\t\n", 16),
+       Bytes("\0\xff\t\t\nb\t1\th\t\t5\t\n", 15),
        {Blob{.offset = 1, .hash = "h", .encodedSize = 5}}},
   };
   for (const auto& c : kCases) {
@@ -103,14 +104,14 @@ TEST(RecoveryIndex, lines) {
 }
 
 TEST(RecoveryIndex, missingSidecarHasNoEntries) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   EXPECT_TRUE(readBack(folder.path() / "00000001.pack").empty());
   createFolders(folder.path() / "00000002.idx");
   EXPECT_TRUE(readBack(folder.path() / "00000002.pack").empty());
 }
 
 TEST(RecoveryIndex, dateWithoutAFiniteValueIsLeftOut) {
-  const TemporaryFolder folder;
+  const ScratchFolder folder;
   const auto pack = folder.path() / "00000001.pack";
   RecoveryIndex index(pack);
   for (const double seconds :
@@ -129,7 +130,7 @@ TEST(RecoveryIndex, diskFullAtEveryByte) {
   for (std::size_t room = 0; room < kLineBytes; ++room) {
     for (const bool reopen : {false, true}) {
       SCOPED_TRACE(std::to_string(room) + (reopen ? " reopened" : " same process"));
-      const TemporaryFolder folder;
+      const ScratchFolder folder;
       const auto pack = folder.path() / "00000001.pack";
       std::optional<RecoveryIndex> index(pack);
       index->appendBlob(kBlob);
