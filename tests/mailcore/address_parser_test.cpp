@@ -23,7 +23,7 @@ TEST(AddressParser, parseList) {
       {"commentIsName", "j@x (Jane)", {{"Jane", "j@x", {}}}},
       {"commentWithComma", "j@x (Doe, Jane), b@y", {{"Doe, Jane", "j@x", {}}, {{}, "b@y", {}}}},
       {"commentBeforeAngle", "Jane (not J(o)hn) Doe <j@x>", {{"Jane  Doe", "j@x", {}}}},
-      {"commentInQuotesStays", R"("Jane (home)" <j@x>)", {{"Jane (home)", "j@x", {}}}},
+      {"commentInQuotesStays", "\"Jane (home)\" <j@x>", {{"Jane (home)", "j@x", {}}}},
       {"emptyGroup", "undisclosed-recipients:;", {}},
       {"group", "team: a@x, b@x; c@y", {{{}, "a@x", "team"}, {{}, "b@x", "team"}, {{}, "c@y", {}}}},
       {"groupWithEmptyMember", "team: <>;", {{{}, "", "team"}}},

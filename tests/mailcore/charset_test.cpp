@@ -49,7 +49,7 @@ TEST(Charset, decode) {
       {"iso2022JpCutShort", "iso-2022-jp", "\x1b$B%7%", "\x1b$B%7%"},
       {"gb2312", "gb2312", "\xc4\xe3", "你"},
       {"gb2312HoldingGbk", "gb2312", "\xc4\xe3\x81\x40", "你丂"},
-      {"gb2312HoldingGb18030", "gb_2312-80", "\x81\x39\xef\x30", "㐀"},
+      {"gb2312HoldingGb18030", "gb_2312-80", "\x81\x39\xef\x30", "㐁"},
       {"gb18030Control", "gb18030", "\x81\x30\x81\x30", "\xc2\x80"},
       {"big5", "big5", "\xa4\xa4", "中"},
       {"big5HoldingHkscs", "big5", "\x87\x40", "䏰"},

@@ -30,11 +30,11 @@ TEST(Rfc2047, decode) {
       {"wordInsideFailedWord", "=?=?utf-8?q?a?=", "=?a"},
       {"charsetOf80", withCharset(80), "a"},
       {"charsetOf81", withCharset(81), withCharset(81)},
-      {"emptyText", "x=?utf-8?q??=y", "xy"},
+      {"emptyText", "x=?utf-8?q?\?=y", "xy"},
       {"questionMarkInQ", "=?utf-8?q?a?b?=", "a?b"},
       {"badEscapeInQ", "=?utf-8?q?=4=zz=4?=", "=4=zz=4"},
       {"unpaddedB", "=?utf-8?b?YWI?= =?utf-8?b?YQ?=", "aba"},
-      {"blanksAndStrayBytesInB", "=?utf-8?b?Y W\tI-=?=", "=?utf-8?b?Y W\tI-=?="},
+      {"blanksAndStrayBytesInB", "=?utf-8?b?Y W\tI-=?=", "ab"},
       {"lineFoldInsideB", "=?utf-8?b?YW\r\n Jj?=", "abc"},
       {"oneDigitLeftInB", "=?utf-8?b?YWJjY?=", "=?utf-8?b?YWJjY?="},
       {"dataBehindPaddingInB", "=?utf-8?b?YQ==YQ==?=", "=?utf-8?b?YQ==YQ==?="},
@@ -47,12 +47,12 @@ TEST(Rfc2047, decode) {
   }
 }
 
-/// Each would take hours in quadratic time.
+/// Each would take minutes in quadratic time.
 TEST(Rfc2047, hostileTextStaysLinear) {
   for (const char* piece : {"=?", "=?a?q?x", "=?a?b?x", "=?a?b?xx=?= ", "=?\u00e9?b? x"}) {
     SCOPED_TRACE(piece);
     std::string text;
-    while (text.size() < 2'000'000) text += piece;
+    while (text.size() < 500'000) text += piece;
     EXPECT_FALSE(RFC2047::decode(text).empty());
     EXPECT_FALSE(RFC2047::decode(text + "?=").empty());
   }
