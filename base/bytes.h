@@ -27,7 +27,8 @@ BytesView slice(BytesView data, ByteRange range) noexcept;
 /// Appends `value` in little-endian byte order.
 void appendLittleEndian16(Bytes& out, std::uint16_t value);
 void appendLittleEndian32(Bytes& out, std::uint32_t value);
-/// Reads little-endian values; `data` must hold `offset` plus the width (a fault of ours otherwise).
+/// Reads little-endian values; `data` must hold `offset` plus the width (a fault of ours
+/// otherwise).
 std::uint16_t readLittleEndian16(BytesView data, std::size_t offset) noexcept;
 std::uint32_t readLittleEndian32(BytesView data, std::size_t offset) noexcept;
 

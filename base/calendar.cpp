@@ -41,8 +41,8 @@ icu::SimpleDateFormat* formatter(const std::string& pattern) {
     made->adoptTimeZone(icu::TimeZone::createTimeZone("UTC"));
     made->setLenient(false);
     // 1601 came before the calendar's default switch to Julian; a Gregorian reading has no switch.
-    auto* calendar = new icu::GregorianCalendar(
-        icu::TimeZone::createTimeZone("UTC"), icu::Locale("en", "US", "POSIX"), status);
+    auto* calendar = new icu::GregorianCalendar(icu::TimeZone::createTimeZone("UTC"),
+                                                icu::Locale("en", "US", "POSIX"), status);
     calendar->setGregorianChange(-8.64e15, status);
     made->adoptCalendar(calendar);
     made->setLenient(false);

@@ -23,8 +23,9 @@ const unsigned char* unsignedBytes(BytesView bytes) {
 [[noreturn]] void fail() { throw std::runtime_error("the cryptography library failed"); }
 
 Key privateKey(BytesView bytes) {
-  Key key(EVP_PKEY_new_raw_private_key(EVP_PKEY_ED25519, nullptr, unsignedBytes(bytes), bytes.size()),
-          EVP_PKEY_free);
+  Key key(
+      EVP_PKEY_new_raw_private_key(EVP_PKEY_ED25519, nullptr, unsignedBytes(bytes), bytes.size()),
+      EVP_PKEY_free);
   if (!key) fail();
   return key;
 }
@@ -41,7 +42,9 @@ Ed25519PrivateKey::Ed25519PrivateKey(Bytes bytes) : raw_(std::move(bytes)) {
   }
 }
 
-Ed25519PrivateKey Ed25519PrivateKey::generate() { return Ed25519PrivateKey(randomBytes(kKeyBytes)); }
+Ed25519PrivateKey Ed25519PrivateKey::generate() {
+  return Ed25519PrivateKey(randomBytes(kKeyBytes));
+}
 
 std::optional<Ed25519PrivateKey> Ed25519PrivateKey::fromRaw(BytesView raw) {
   if (raw.size() != kKeyBytes) return std::nullopt;
@@ -63,14 +66,14 @@ Bytes Ed25519PrivateKey::sign(BytesView message) const {
 
 bool ed25519Verify(BytesView publicKey, BytesView message, BytesView signature) {
   if (publicKey.size() != kKeyBytes || signature.size() != kSignatureBytes) return false;
-  const Key key(
-      EVP_PKEY_new_raw_public_key(EVP_PKEY_ED25519, nullptr, unsignedBytes(publicKey), publicKey.size()),
-      EVP_PKEY_free);
+  const Key key(EVP_PKEY_new_raw_public_key(EVP_PKEY_ED25519, nullptr, unsignedBytes(publicKey),
+                                            publicKey.size()),
+                EVP_PKEY_free);
   if (!key) return false;
   const Context context(EVP_MD_CTX_new(), EVP_MD_CTX_free);
   return EVP_DigestVerifyInit(context.get(), nullptr, nullptr, nullptr, key.get()) == 1 &&
-         EVP_DigestVerify(context.get(), unsignedBytes(signature), signature.size(), unsignedBytes(message),
-                          message.size()) == 1;
+         EVP_DigestVerify(context.get(), unsignedBytes(signature), signature.size(),
+                          unsignedBytes(message), message.size()) == 1;
 }
 
 }  // namespace ambervane

@@ -63,14 +63,30 @@ void syncDescriptor(int descriptor, const fs::path& path) {
 LocalizedMessage FileError::message() const {
   const char* format = "";
   switch (action_) {
-    case Action::open: format = "Cannot open %@: %@"; break;
-    case Action::read: format = "Cannot read %@: %@"; break;
-    case Action::write: format = "Cannot write %@: %@"; break;
-    case Action::sync: format = "Cannot flush %@ to the disk: %@"; break;
-    case Action::create: format = "Cannot create %@: %@"; break;
-    case Action::rename: format = "Cannot move %@ into place: %@"; break;
-    case Action::remove: format = "Cannot remove %@: %@"; break;
-    case Action::list: format = "Cannot list %@: %@"; break;
+    case Action::open:
+      format = "Cannot open %@: %@";
+      break;
+    case Action::read:
+      format = "Cannot read %@: %@";
+      break;
+    case Action::write:
+      format = "Cannot write %@: %@";
+      break;
+    case Action::sync:
+      format = "Cannot flush %@ to the disk: %@";
+      break;
+    case Action::create:
+      format = "Cannot create %@: %@";
+      break;
+    case Action::rename:
+      format = "Cannot move %@ into place: %@";
+      break;
+    case Action::remove:
+      format = "Cannot remove %@: %@";
+      break;
+    case Action::list:
+      format = "Cannot list %@: %@";
+      break;
   }
   return {format, {printable(path_.native()), std::generic_category().message(error_)}};
 }
@@ -107,8 +123,7 @@ Bytes readFile(const fs::path& path) {
   bytes.resize(S_ISREG(info.st_mode) ? static_cast<std::size_t>(info.st_size) + 1 : 65536);
   std::size_t filled = 0;
   for (;;) {
-    const ssize_t got =
-        ::read(file.descriptor(), bytes.data() + filled, bytes.size() - filled);
+    const ssize_t got = ::read(file.descriptor(), bytes.data() + filled, bytes.size() - filled);
     if (got < 0) {
       if (errno == EINTR) continue;
       throw FileError(FileError::Action::read, path, errno);
@@ -133,8 +148,8 @@ void writeFileAtomically(const fs::path& path, BytesView bytes, int mode) {
   fs::path temporary = path;
   temporary += ".tmp-" + std::to_string(::getpid());
   announce(FileStep::Kind::create, temporary);
-  FileHandle file(openDescriptor(temporary, O_WRONLY | O_CREAT | O_TRUNC, mode,
-                                 FileError::Action::create));
+  FileHandle file(
+      openDescriptor(temporary, O_WRONLY | O_CREAT | O_TRUNC, mode, FileError::Action::create));
   try {
     if (::fchmod(file.descriptor(), static_cast<mode_t>(mode)) != 0 && errno != EPERM) {
       throw FileError(FileError::Action::create, temporary, errno);
@@ -163,8 +178,7 @@ void createFolders(const fs::path& path) {
 
 void syncFolder(const fs::path& path) {
   announce(FileStep::Kind::sync, path);
-  const FileHandle folder(
-      openDescriptor(path, O_RDONLY | O_DIRECTORY, 0, FileError::Action::sync));
+  const FileHandle folder(openDescriptor(path, O_RDONLY | O_DIRECTORY, 0, FileError::Action::sync));
   // Some file systems cannot flush a folder and say EINVAL; there is nothing more to be done there.
   if (::fsync(folder.descriptor()) != 0 && errno != EINVAL) {
     throw FileError(FileError::Action::sync, path, errno);
@@ -173,9 +187,9 @@ void syncFolder(const fs::path& path) {
 
 AppendFile AppendFile::open(const fs::path& path, int mode) {
   announce(FileStep::Kind::create, path);
-  return AppendFile(FileHandle(openDescriptor(path, O_RDWR | O_CREAT | O_APPEND, mode,
-                                              FileError::Action::open)),
-                    path);
+  return AppendFile(
+      FileHandle(openDescriptor(path, O_RDWR | O_CREAT | O_APPEND, mode, FileError::Action::open)),
+      path);
 }
 
 void AppendFile::append(BytesView bytes) { writeAll(handle_.descriptor(), path_, bytes); }

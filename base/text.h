@@ -38,7 +38,8 @@ std::optional<std::int64_t> parseInteger(std::string_view text) noexcept;
 bool isValidUtf8(std::string_view text) noexcept;
 /// `text` with each maximal ill-formed sequence replaced by U+FFFD; unchanged when well formed.
 std::string repairedUtf8(std::string_view text);
-/// The code point at `at`, which moves behind it. An ill-formed byte yields U+FFFD and moves by one.
+/// The code point at `at`, which moves behind it. An ill-formed byte yields U+FFFD and moves by
+/// one.
 char32_t nextCodePoint(std::string_view text, std::size_t& at) noexcept;
 void appendUtf8(std::string& out, char32_t codePoint);
 /// Unicode property White_Space.

@@ -59,8 +59,7 @@ constexpr std::array kCommands = {
     Command{"table", "<archive> --out <file> [--format csv|tsv|sql] [--query <q>]",
             "Write the message index as a table", nullptr},
     Command{"stats", "<archive>", "Say what the archive holds", stats},
-    Command{"retention",
-            "<archive> [--dispose --approved-by <who> --reason <r> --confirm DISPOSE]",
+    Command{"retention", "<archive> [--dispose --approved-by <who> --reason <r> --confirm DISPOSE]",
             "Review what is past its period", nullptr},
     Command{"policy",
             "<archive> [--second-copy <where>] [--procedure <ref>] [--timestamp-authority <url>] "

@@ -40,11 +40,11 @@ void report(const IngestSummary& summary, Date now, Console& console) {
       << fmt::format("Stored size: {} ({:.1f}% of input)\n", humanBytes(summary.bytesOut), share);
   const double seconds = summary.throughput.elapsed(now);
   if (seconds > 0) {
-    out << fmt::format("Speed      : {:.0f} msg/s, {}/s average over {:.0f} s\n",
-                       summary.throughput.averageMessagesPerSecond(now),
-                       humanBytes(static_cast<std::int64_t>(
-                           summary.throughput.averageBytesPerSecond(now))),
-                       seconds);
+    out << fmt::format(
+        "Speed      : {:.0f} msg/s, {}/s average over {:.0f} s\n",
+        summary.throughput.averageMessagesPerSecond(now),
+        humanBytes(static_cast<std::int64_t>(summary.throughput.averageBytesPerSecond(now))),
+        seconds);
   }
   for (std::size_t i = 0; i < std::min(summary.errors.size(), kListedErrors); ++i) {
     out << "  ! " << printable(summary.errors[i]) << "\n";
@@ -57,17 +57,20 @@ std::string lookedFor(MailSourceKind kind) {
     case MailSourceKind::mbox:
     case MailSourceKind::appleMailPackage:
       return "messages behind lines that begin with \"From \"";
-    case MailSourceKind::maildir: return "message files in folders \"cur\" and \"new\"";
-    case MailSourceKind::mhFolder: return "files whose names are numbers";
-    case MailSourceKind::mboxFolder: return "mbox files and Maildir folders";
-    case MailSourceKind::emlFile: return "one message with header fields such as From and Date";
+    case MailSourceKind::maildir:
+      return "message files in folders \"cur\" and \"new\"";
+    case MailSourceKind::mhFolder:
+      return "files whose names are numbers";
+    case MailSourceKind::mboxFolder:
+      return "mbox files and Maildir folders";
+    case MailSourceKind::emlFile:
+      return "one message with header fields such as From and Date";
     default:
       return "mail in files ending in .eml, .email, .mail, .rfc822, .mime or .txt";
   }
 }
 
-IngestOptions optionsFrom(const Arguments& arguments, const fs::path& source,
-                          MailSourceKind kind) {
+IngestOptions optionsFrom(const Arguments& arguments, const fs::path& source, MailSourceKind kind) {
   IngestOptions options;
   options.accountName = repairedUtf8(arguments.option("account").value_or(source.stem().native()));
   options.accountKind = kindName(kind);
@@ -82,10 +85,9 @@ IngestOptions optionsFrom(const Arguments& arguments, const fs::path& source,
 /// Refuses what cannot be read before the archive is touched.
 void requireReadableSource(const fs::path& source) {
   std::error_code error;
-  if (const auto status = fs::status(source, error);
-      status.type() == fs::file_type::not_found) {
-    throw ImportError(ImportError::Unreadable{
-        printable(source.native()) + ": " + std::generic_category().message(ENOENT)});
+  if (const auto status = fs::status(source, error); status.type() == fs::file_type::not_found) {
+    throw ImportError(ImportError::Unreadable{printable(source.native()) + ": " +
+                                              std::generic_category().message(ENOENT)});
   }
   if (const auto problem = SourceDetector::accessProblem(source)) {
     throw CLIError::access(problem->explanation().text());
@@ -105,7 +107,8 @@ int importSource(const Arguments& arguments, Console& console) {
   requireRoomToAdd(*archive, source, "Importing mail");
   const MailSourceKind kind = SourceDetector::detect(source);
   const auto importer = SourceDetector::importer(source, kind);
-  console.out << "Source: " << kindLabel(kind) << " — " << printable(importer->displayName()) << "\n"
+  console.out << "Source: " << kindLabel(kind) << " — " << printable(importer->displayName())
+              << "\n"
               << std::flush;
 
   const InterruptGuard guard;
@@ -117,11 +120,11 @@ int importSource(const Arguments& arguments, Console& console) {
       const Date now = archive->now();
       if (!line.isShown() || now.seconds - drawnAt.seconds < kRedraw) return;
       drawnAt = now;
-      line.show(fmt::format("{} → {}  [{} stored, {} dup, {} failed — {}]", state.examined(),
-                            prefixCharacters(printable(folder), kFolderWidth), state.added,
-                            state.duplicates, state.failed,
-                            rateText(state.throughput.messagesPerSecond(),
-                                     state.throughput.bytesPerSecond())));
+      line.show(fmt::format(
+          "{} → {}  [{} stored, {} dup, {} failed — {}]", state.examined(),
+          prefixCharacters(printable(folder), kFolderWidth), state.added, state.duplicates,
+          state.failed,
+          rateText(state.throughput.messagesPerSecond(), state.throughput.bytesPerSecond())));
     };
     summary = ingestAll(*archive, *importer, optionsFrom(arguments, source, kind),
                         InterruptGuard::interrupted, progress);
@@ -142,7 +145,8 @@ int detect(const Arguments& arguments, Console& console) {
   if (arguments.positional.empty()) throw CLIError::usage("usage: ambervane detect <path>");
   const fs::path path = standardizedPath(arguments.positional[0]);
   const MailSourceKind kind = SourceDetector::detect(path);
-  console.out << printable(path.native()) << ": " << kindLabel(kind) << " [" << kindName(kind) << "]\n";
+  console.out << printable(path.native()) << ": " << kindLabel(kind) << " [" << kindName(kind)
+              << "]\n";
   if (const auto problem = SourceDetector::accessProblem(path)) {
     console.out << "Access: refused — " << problem->explanation().text() << "\n";
   }

@@ -30,7 +30,8 @@ std::unique_ptr<MailArchive> openArchive(const Arguments& arguments, Console& co
                 << " is kept where nothing can be written, so it is open read-only and nothing "
                    "done here is recorded in its journal.\n";
   }
-  if (archive->newerFormatNotice()) console.err << "Note: " << *archive->newerFormatNotice() << "\n";
+  if (archive->newerFormatNotice())
+    console.err << "Note: " << *archive->newerFormatNotice() << "\n";
   if (archive->lockingUnsupported()) {
     console.err << "Note: the archive could not be locked ("
                 << archive->lockingUnsupportedReason().value_or("unknown reason")

@@ -37,8 +37,8 @@ class SealError final : public TranslatableError {
 /// changed. Loading the key is safe from any thread; sealing relies on the archive's write lock.
 class Sealer {
  public:
-  /// When `writable`, creates `sealsDirectory` and the folder of `keyURL` (for the owner alone) where
-  /// they are missing; throws FileError. Does not touch the key.
+  /// When `writable`, creates `sealsDirectory` and the folder of `keyURL` (for the owner alone)
+  /// where they are missing; throws FileError. Does not touch the key.
   Sealer(std::filesystem::path keyURL, std::filesystem::path sealsDirectory,
          Clock clock = systemNow, bool writable = true);
   Sealer(const Sealer&) = delete;

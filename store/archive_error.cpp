@@ -11,7 +11,8 @@ struct Words {
   }
   LocalizedMessage operator()(const ArchiveError::DestinationNotEmpty& r) const {
     return {
-        "There is already something at %@. An archive is a folder of its own: choose a name that is "
+        "There is already something at %@. An archive is a folder of its own: choose a name that "
+        "is "
         "not in use, or move what is there out of the way first.",
         {printable(r.path)}};
   }

@@ -150,8 +150,7 @@ void Catalog::bumpMutationGeneration() {
 }
 
 std::int64_t Catalog::beginIngest(const std::string& source) {
-  return db_->insert("INSERT INTO ingest_log(started_at, source) VALUES(?, ?)",
-                     {clock_(), source});
+  return db_->insert("INSERT INTO ingest_log(started_at, source) VALUES(?, ?)", {clock_(), source});
 }
 
 void Catalog::finishIngest(std::int64_t id, std::int64_t added, std::int64_t duplicates,

@@ -34,9 +34,8 @@ std::vector<AccountRow> Catalog::accounts() {
 
 std::vector<FolderRow> Catalog::folders(std::optional<std::int64_t> accountID) {
   std::vector<FolderRow> rows;
-  for (const Row& row :
-       db_->query("SELECT * FROM folder WHERE ?1 IS NULL OR account_id = ?1 ORDER BY path",
-                  {accountID})) {
+  for (const Row& row : db_->query(
+           "SELECT * FROM folder WHERE ?1 IS NULL OR account_id = ?1 ORDER BY path", {accountID})) {
     rows.emplace_back(row);
   }
   return rows;

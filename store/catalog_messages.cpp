@@ -40,12 +40,34 @@ void Catalog::completeMessage(std::int64_t id, const MessageInsert& m) {
       "pack_id = ?, pack_offset = ?, record_flags = ?, dictionary_id = ?, retention_class = ?, "
       "expires_at = ?, in_reply_to = ?, reference_ids = ?, snippet = ?, origin = ?, origin_source "
       "= ? WHERE id = ?",
-      {orNull(m.messageID), orNull(m.threadKey), m.subject, m.subjectNorm, orNull(m.fromName),
-       orNull(m.fromAddress), orNull(m.fromDomain), orNull(m.toAddresses), orNull(m.ccAddresses),
-       m.participants, m.sentAt, m.internalAt, m.size, m.storedSize, m.attachmentCount > 0,
-       m.attachmentCount, m.packID, m.packOffset, m.recordFlags, m.dictionaryID, m.retentionClass,
-       m.expiresAt, orNull(m.inReplyTo), orNull(m.referenceIDs), orNull(m.snippet),
-       orNull(m.origin), orNull(m.originSource), id});
+      {orNull(m.messageID),
+       orNull(m.threadKey),
+       m.subject,
+       m.subjectNorm,
+       orNull(m.fromName),
+       orNull(m.fromAddress),
+       orNull(m.fromDomain),
+       orNull(m.toAddresses),
+       orNull(m.ccAddresses),
+       m.participants,
+       m.sentAt,
+       m.internalAt,
+       m.size,
+       m.storedSize,
+       m.attachmentCount > 0,
+       m.attachmentCount,
+       m.packID,
+       m.packOffset,
+       m.recordFlags,
+       m.dictionaryID,
+       m.retentionClass,
+       m.expiresAt,
+       orNull(m.inReplyTo),
+       orNull(m.referenceIDs),
+       orNull(m.snippet),
+       orNull(m.origin),
+       orNull(m.originSource),
+       id});
 }
 
 void Catalog::discardReserved(std::int64_t id) {

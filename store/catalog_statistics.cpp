@@ -17,8 +17,8 @@ std::string extensionOf(const std::string& name) {
   const std::size_t dot = name.rfind('.');
   if (dot == std::string::npos || dot == 0 || dot + 1 == name.size()) return {};
   const std::string extension = lowercase(name.substr(dot + 1));
-  const bool plausible = extension.size() <= kLongestExtension &&
-                         extension.find_first_of(" /\\") == std::string::npos;
+  const bool plausible =
+      extension.size() <= kLongestExtension && extension.find_first_of(" /\\") == std::string::npos;
   return plausible ? extension : std::string();
 }
 
@@ -38,11 +38,10 @@ CatalogStats Catalog::stats() {
   stats.newest = messages.date("newest");
   stats.erased = db_->count("SELECT COUNT(*) FROM message WHERE erased = 1");
   stats.attachments = db_->count("SELECT COUNT(*) FROM attachment");
-  const Row blobs =
-      db_->query(
-             "SELECT COUNT(*) AS n, COALESCE(SUM(stored_size), 0) AS stored, "
-             "COALESCE(SUM(orig_size), 0) AS original FROM blob")
-          .front();
+  const Row blobs = db_->query(
+                           "SELECT COUNT(*) AS n, COALESCE(SUM(stored_size), 0) AS stored, "
+                           "COALESCE(SUM(orig_size), 0) AS original FROM blob")
+                        .front();
   stats.blobs = blobs.integer("n");
   stats.blobStoredBytes = blobs.integer("stored");
   stats.blobOriginalBytes = blobs.integer("original");
@@ -65,10 +64,9 @@ std::vector<AttachmentExtension> Catalog::attachmentExtensions() {
   });
   std::vector<AttachmentExtension> all;
   for (auto& [extension, entry] : byExtension) all.push_back(std::move(entry));
-  std::stable_sort(all.begin(), all.end(),
-                   [](const AttachmentExtension& a, const AttachmentExtension& b) {
-                     return a.count > b.count;
-                   });
+  std::stable_sort(
+      all.begin(), all.end(),
+      [](const AttachmentExtension& a, const AttachmentExtension& b) { return a.count > b.count; });
   if (all.size() > kMostExtensions) all.resize(kMostExtensions);
   return all;
 }

@@ -132,10 +132,10 @@ class Commit {
 
     const EnvelopeFields& envelope = message_.envelope;
     const RetentionPolicy& policy = archive_.policy();
-    const RetentionClass ofClass =
-        chosenClass_ ? *chosenClass_
-                     : policy.classify(envelope.participants, mailbox_.path, envelope.subject,
-                                       !attachments.empty());
+    const RetentionClass ofClass = chosenClass_
+                                       ? *chosenClass_
+                                       : policy.classify(envelope.participants, mailbox_.path,
+                                                         envelope.subject, !attachments.empty());
     const Date now = archive_.now();
     const Date dated = envelope.sentAt.value_or(message_.source.internalDate.value_or(now));
 

@@ -12,12 +12,8 @@ namespace ambervane {
 namespace {
 
 constexpr std::array<std::string_view, 6> kSignatureHeaders = {
-    "dkim-signature",
-    "domainkey-signature",
-    "x-google-dkim-signature",
-    "arc-seal",
-    "arc-message-signature",
-    "x-ms-exchange-crosstenant-originalarrivaltime",
+    "dkim-signature", "domainkey-signature",   "x-google-dkim-signature",
+    "arc-seal",       "arc-message-signature", "x-ms-exchange-crosstenant-originalarrivaltime",
 };
 
 bool isSignature(std::string_view name) {

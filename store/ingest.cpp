@@ -48,10 +48,9 @@ class IngestRun {
       // Only a matter of speed.
     }
     summary_.cancelled = cancelled;
-    archive_.catalog().finishIngest(logID_, summary_.added, summary_.duplicates, summary_.failed,
-                                    summary_.bytesIn, summary_.bytesOut,
-                                    cancelled ? std::optional<std::string>("cancelled")
-                                              : std::nullopt);
+    archive_.catalog().finishIngest(
+        logID_, summary_.added, summary_.duplicates, summary_.failed, summary_.bytesIn,
+        summary_.bytesOut, cancelled ? std::optional<std::string>("cancelled") : std::nullopt);
     archive_.journal().append(AuditAction::importFinished, std::nullopt,
                               {{"added", std::to_string(summary_.added)},
                                {"duplicates", std::to_string(summary_.duplicates)},
@@ -94,8 +93,12 @@ class IngestRun {
         summary_.bytesOut =
             static_cast<std::int64_t>(archive_.packs().bytesAppended() - packBytesAtStart_);
         break;
-      case IngestOutcome::Kind::duplicate: ++summary_.duplicates; break;
-      case IngestOutcome::Kind::failed: noteFailure(item.name + ": " + outcome.reason); break;
+      case IngestOutcome::Kind::duplicate:
+        ++summary_.duplicates;
+        break;
+      case IngestOutcome::Kind::failed:
+        noteFailure(item.name + ": " + outcome.reason);
+        break;
     }
   }
 
@@ -159,9 +162,9 @@ void requireRoomToAdd(const MailArchive& archive, const std::filesystem::path& s
   if (!available) return;
   const std::uint64_t needed = static_cast<std::uint64_t>(sizeOnDisk(source)) + kRoomReserve;
   if (*available >= needed) return;
-  throw ArchiveError(ArchiveError::NotEnoughSpace{
-      label, humanBytes(static_cast<std::int64_t>(needed)),
-      humanBytes(static_cast<std::int64_t>(*available))});
+  throw ArchiveError(
+      ArchiveError::NotEnoughSpace{label, humanBytes(static_cast<std::int64_t>(needed)),
+                                   humanBytes(static_cast<std::int64_t>(*available))});
 }
 
 }  // namespace ambervane

@@ -69,7 +69,7 @@ class IngestPipeline {
   std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<Batch> ready_;
-  std::size_t bytesHeld_ = 0;     ///< raw bytes of messages read and not yet committed
+  std::size_t bytesHeld_ = 0;       ///< raw bytes of messages read and not yet committed
   std::size_t bytesHandedOut_ = 0;  ///< those of the batch the caller has
   bool ended_ = false;
   bool abandoned_ = false;

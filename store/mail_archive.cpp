@@ -75,20 +75,20 @@ std::unique_ptr<MailArchive> MailArchive::create(const fs::path& url, const std:
 
   auto archive = std::make_unique<MailArchive>(url, OpenMode::readWrite, std::move(environment));
   std::vector<std::string> regimes;
-  for (const ComplianceRegime regime : policy.regimes) regimes.emplace_back(facts(regime).identifier);
+  for (const ComplianceRegime regime : policy.regimes)
+    regimes.emplace_back(facts(regime).identifier);
   std::sort(regimes.begin(), regimes.end());
   const CodeSignature signature = currentCodeSignature();
-  archive->journal().append(
-      AuditAction::archiveCreated, std::nullopt,
-      {{"name", manifest.name},
-       {"regimes", join(regimes, ",")},
-       {"retention_years", std::to_string(policy.minimumYears())},
-       {"worm", onOff(policy.wormEnforcement)},
-       {"crypto_shredding", onOff(policy.cryptoShreddingEnabled)},
-       {"format_version", std::to_string(manifest.formatVersion)},
-       {"compression", std::string(rawValue(effort))},
-       {"signed_by", signature.summary()},
-       {"team", signature.teamIdentifier.value_or("none")}});
+  archive->journal().append(AuditAction::archiveCreated, std::nullopt,
+                            {{"name", manifest.name},
+                             {"regimes", join(regimes, ",")},
+                             {"retention_years", std::to_string(policy.minimumYears())},
+                             {"worm", onOff(policy.wormEnforcement)},
+                             {"crypto_shredding", onOff(policy.cryptoShreddingEnabled)},
+                             {"format_version", std::to_string(manifest.formatVersion)},
+                             {"compression", std::string(rawValue(effort))},
+                             {"signed_by", signature.summary()},
+                             {"team", signature.teamIdentifier.value_or("none")}});
   archive->sealNow();
   return archive;
 }

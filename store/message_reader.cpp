@@ -66,8 +66,7 @@ Bytes decodedRecordPayload(MailArchive& archive, const MessageRow& row,
   return decodedPayload(archive, location, "message " + std::to_string(row.id));
 }
 
-Bytes blobBytes(MailArchive& archive, const std::string& hash,
-                std::int64_t expectedEncodedLength) {
+Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expectedEncodedLength) {
   const auto blob = archive.catalog().blob(hash);
   if (!blob) throw ArchiveError(ArchiveError::BlobMissing{hash});
   const std::string shortHash = hash.substr(0, 12);

@@ -18,8 +18,8 @@ namespace ambervane {
 /// The message byte for byte.
 Bytes rawMessage(MailArchive& archive, const MessageRow& row);
 
-/// As `rawMessage`, but blobs of more than `inlineBlobLimit` encoded bytes, and blobs that cannot be
-/// read, are left out of their place.
+/// As `rawMessage`, but blobs of more than `inlineBlobLimit` encoded bytes, and blobs that cannot
+/// be read, are left out of their place.
 Bytes rawMessageForDisplay(MailArchive& archive, const MessageRow& row,
                            std::int64_t inlineBlobLimit = std::numeric_limits<std::int64_t>::max());
 
@@ -27,7 +27,8 @@ Bytes rawMessageForDisplay(MailArchive& archive, const MessageRow& row,
 Bytes decodedRecordPayload(MailArchive& archive, const MessageRow& row,
                            const PackLocation& location);
 
-/// The encoded bytes of a blob as they stood in its messages. `expectedEncodedLength` of 0 means any.
+/// The encoded bytes of a blob as they stood in its messages. `expectedEncodedLength` of 0 means
+/// any.
 Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expectedEncodedLength);
 
 /// The decoded content of an attachment.

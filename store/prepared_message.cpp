@@ -49,8 +49,7 @@ class MessageSplitter {
     const ByteRange range = attachment.encodedRange;
     // Three more segments must fit: a literal, the blob, and the tail.
     return attachment.encodedSize >= settings_.extractionThreshold && range.begin >= cursor_ &&
-           range.end <= raw_.size() &&
-           record_.segments.size() + 3 <= MessageRecord::kMaxSegments;
+           range.end <= raw_.size() && record_.segments.size() + 3 <= MessageRecord::kMaxSegments;
   }
 
   void extract(AttachmentRef attachment) {
@@ -60,8 +59,8 @@ class MessageSplitter {
           MessageRecord::Literal{raw_.substr(cursor_, range.begin - cursor_)});
     }
     const BytesView encoded = slice(raw_, range);
-    record_.segments.push_back(MessageRecord::Blob{attachment.encodedHash,
-                                                   static_cast<std::uint32_t>(encoded.size())});
+    record_.segments.push_back(
+        MessageRecord::Blob{attachment.encodedHash, static_cast<std::uint32_t>(encoded.size())});
     cursor_ = range.end;
 
     PreparedBlob blob;
@@ -129,11 +128,10 @@ EnvelopeFields readEnvelope(const ParsedMessage& parsed) {
   envelope.inReplyTo = parsed.inReplyTo().value_or("");
   const auto references = parsed.references();
   envelope.references = join(references, " ");
-  envelope.threadKey =
-      firstNonEmpty({references.empty() ? "" : references.front(), envelope.inReplyTo,
-                     envelope.messageID,
-                     envelope.subjectNormalized.empty() ? "" : "subj:" + envelope.subjectNormalized,
-                     "unthreaded"});
+  envelope.threadKey = firstNonEmpty(
+      {references.empty() ? "" : references.front(), envelope.inReplyTo, envelope.messageID,
+       envelope.subjectNormalized.empty() ? "" : "subj:" + envelope.subjectNormalized,
+       "unthreaded"});
   return envelope;
 }
 
@@ -167,8 +165,7 @@ std::optional<PreparedMessage> prepareOne(SourceMessage source, const PrepareSet
   out.indexed.attachments = attachmentNames(attachments);
   {
     const MessageRecord record = MessageSplitter(raw, settings, out).split(std::move(attachments));
-    out.record =
-        Compressor::compress(record.encode(), settings.dictionary.view(), settings.effort);
+    out.record = Compressor::compress(record.encode(), settings.dictionary.view(), settings.effort);
   }
   out.envelope = readEnvelope(parsed);
   const MessageTexts texts = parsed.texts();

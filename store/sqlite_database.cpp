@@ -22,10 +22,17 @@ std::string escapedForUri(const std::filesystem::path& path) {
   std::string out;
   for (const char c : path.native()) {
     switch (c) {
-      case '#': out += "%23"; break;
-      case '?': out += "%3f"; break;
-      case '%': out += "%25"; break;
-      default: out.push_back(c);
+      case '#':
+        out += "%23";
+        break;
+      case '?':
+        out += "%3f";
+        break;
+      case '%':
+        out += "%25";
+        break;
+      default:
+        out.push_back(c);
     }
   }
   return out;
@@ -245,9 +252,9 @@ std::pair<sqlite3_stmt*, bool> SQLiteDatabase::prepare(std::string_view sql) {
 void SQLiteDatabase::bind(sqlite3_stmt* statement, std::string_view sql,
                           const SQLBindings& bindings) {
   if (sqlite3_bind_parameter_count(statement) != static_cast<int>(bindings.size())) {
-    throw SQLiteError(SQLiteError::Misuse{
-        fmt::format("{} parameters given, {} expected: {}", bindings.size(),
-                    sqlite3_bind_parameter_count(statement), sql)});
+    throw SQLiteError(
+        SQLiteError::Misuse{fmt::format("{} parameters given, {} expected: {}", bindings.size(),
+                                        sqlite3_bind_parameter_count(statement), sql)});
   }
   struct Bind {
     sqlite3_stmt* statement;
@@ -286,7 +293,9 @@ Row SQLiteDatabase::readRow(sqlite3_stmt* statement,
       case SQLITE_INTEGER:
         values.emplace_back(std::int64_t{sqlite3_column_int64(statement, i)});
         break;
-      case SQLITE_FLOAT: values.emplace_back(sqlite3_column_double(statement, i)); break;
+      case SQLITE_FLOAT:
+        values.emplace_back(sqlite3_column_double(statement, i));
+        break;
       case SQLITE_TEXT:
         values.emplace_back(
             std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, i)), size));
@@ -296,7 +305,8 @@ Row SQLiteDatabase::readRow(sqlite3_stmt* statement,
         values.emplace_back(SQLBlob{data == nullptr ? Bytes() : Bytes(data, size)});
         break;
       }
-      default: values.emplace_back(SQLNull{});
+      default:
+        values.emplace_back(SQLNull{});
     }
   }
   return {columns, std::move(values)};
@@ -392,12 +402,14 @@ std::pair<bool, std::string> SQLiteDatabase::integrityCheck(bool quick) {
 }
 
 bool SQLiteDatabase::hasFTS5() {
-  return count("SELECT count(*) FROM pragma_compile_options WHERE compile_options = 'ENABLE_FTS5'") >
+  return count(
+             "SELECT count(*) FROM pragma_compile_options WHERE compile_options = 'ENABLE_FTS5'") >
          0;
 }
 
 bool SQLiteDatabase::hasTable(std::string_view name) {
-  return scalar("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?", {name}).has_value();
+  return scalar("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?", {name})
+      .has_value();
 }
 
 }  // namespace ambervane

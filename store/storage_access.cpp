@@ -57,9 +57,7 @@ std::int64_t DiskUsage::total() const noexcept {
   return sum;
 }
 
-std::int64_t DiskUsage::records() const noexcept {
-  return parts.empty() ? 0 : parts.front().bytes;
-}
+std::int64_t DiskUsage::records() const noexcept { return parts.empty() ? 0 : parts.front().bytes; }
 
 std::int64_t DiskUsage::overhead() const noexcept { return total() - records(); }
 

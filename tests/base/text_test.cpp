@@ -95,9 +95,12 @@ TEST(Text, humanBytes) {
   static constexpr struct {
     std::int64_t bytes;
     const char* text;
-  } kCases[] = {{0, "0 B"},           {1023, "1023 B"},
-                {1024, "1.0 KB"},     {1536, "1.5 KB"},
-                {1048576, "1.0 MB"},  {std::int64_t{5} << 40, "5.0 TB"},
+  } kCases[] = {{0, "0 B"},
+                {1023, "1023 B"},
+                {1024, "1.0 KB"},
+                {1536, "1.5 KB"},
+                {1048576, "1.0 MB"},
+                {std::int64_t{5} << 40, "5.0 TB"},
                 {std::int64_t{5000} << 40, "5000.0 TB"}};
   for (const auto& c : kCases) EXPECT_EQ(humanBytes(c.bytes), c.text);
 }

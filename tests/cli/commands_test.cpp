@@ -100,9 +100,10 @@ TEST_F(CommandLine, wrongCalls) {
       {{"show", archive(), "7"}, "no such message: 7"},
       {{"show", archive(), "99999999999999999999"}, "no such message: 99999999999999999999"},
       {{"import", archive(), gone}, "Cannot read " + gone + ": No such file or directory"},
-      {{"create", archive()}, "There is already something at " + archive() +
-                                  ". An archive is a folder of its own: choose a name that is not "
-                                  "in use, or move what is there out of the way first."},
+      {{"create", archive()},
+       "There is already something at " + archive() +
+           ". An archive is a folder of its own: choose a name that is not "
+           "in use, or move what is there out of the way first."},
   };
   for (const auto& [words, text] : kCases) {
     const Result result = run(words);
@@ -159,7 +160,8 @@ TEST_F(CommandLine, theClassOptionOverridesThePolicy) {
   run({"import", archive(), at("mails/sub folder/three.eml"), "--class", "nonsense"});
   EXPECT_THAT(run({"show", archive(), "1"}).out,
               HasSubstr("Retentiontransient, expires 2025-02-05\nFolders x/one\n"));
-  EXPECT_THAT(run({"show", archive(), "2"}).out, HasSubstr("Retentionbusiness, expires 2034-12-31"));
+  EXPECT_THAT(run({"show", archive(), "2"}).out,
+              HasSubstr("Retentionbusiness, expires 2034-12-31"));
 }
 
 TEST_F(CommandLine, show) {
@@ -175,9 +177,9 @@ TEST_F(CommandLine, show) {
                 "\nDate    (none)\nFrom    Zoë <zoe@example.com>\nTo      a@x\nCc      b@x\n"
                 "Subject a\\x1b[2Jb\nSize    " +
                 std::to_string(raw.size()) + " B stored as " +
-                run({"show", archive(), "1"}).out.substr(shown.out.find("stored as ") + 10,
-                                                         shown.out.find("\nRetention") -
-                                                             shown.out.find("stored as ") - 10) +
+                run({"show", archive(), "1"})
+                    .out.substr(shown.out.find("stored as ") + 10,
+                                shown.out.find("\nRetention") - shown.out.find("stored as ") - 10) +
                 shown.out.substr(shown.out.find("\nRetention")));
   EXPECT_THAT(shown.out, HasSubstr("\nX-Note: =?utf-8?q?Gr=C3=BC=C3=9Fe?=\n"));
   EXPECT_THAT(shown.out, HasSubstr("\nZeile\\x07 eins\n\tzwei\n"));
@@ -205,7 +207,8 @@ TEST_F(CommandLine, attachmentsAreListedCheckedAndExtractedSafely) {
 }
 
 TEST_F(CommandLine, duplicates) {
-  EXPECT_EQ(run({"duplicates", archive()}).out, "No attachment appears in more than 1 message(s).\n");
+  EXPECT_EQ(run({"duplicates", archive()}).out,
+            "No attachment appears in more than 1 message(s).\n");
   import("mails");
   EXPECT_THAT(run({"duplicates", archive()}).out,
               MatchesRegex("copies  size        saved       file\n"
@@ -220,12 +223,11 @@ TEST_F(CommandLine, statsAndSeal) {
   EXPECT_THAT(run({"stats", archive()}).out, HasSubstr("Folders    : none yet\n"));
   import("mails");
   const std::string out = run({"stats", archive()}).out;
-  for (const char* line :
-       {"Messages   : 3\n", "Attachments: 3 in 2 deduplicated blobs\n",
-        "Format     : version 3 (readable by builds understanding 1 and up)\n",
-        "  catalog  : ", "  rebuildable\n", "  pdf               3  26.4 KB\n",
-        "Date range : 2024-02-05 … 2024-02-06\n", "  2024-02  ",
-        "  mails/mails  1\n", "  mails/sub folder  2\n"}) {
+  for (const char* line : {"Messages   : 3\n", "Attachments: 3 in 2 deduplicated blobs\n",
+                           "Format     : version 3 (readable by builds understanding 1 and up)\n",
+                           "  catalog  : ", "  rebuildable\n", "  pdf               3  26.4 KB\n",
+                           "Date range : 2024-02-05 … 2024-02-06\n", "  2024-02  ",
+                           "  mails/mails  1\n", "  mails/sub folder  2\n"}) {
     EXPECT_THAT(out, HasSubstr(line));
   }
   EXPECT_THAT(run({"seal", archive()}).out,
@@ -236,8 +238,9 @@ TEST_F(CommandLine, statsAndSeal) {
 
 TEST_F(CommandLine, detect) {
   EXPECT_EQ(run({"detect", at("mails")}).out,
-            at("mails") + ": Folder of messages [emlDirectory]\nImporter: mails, estimated 3 "
-                          "messages\n");
+            at("mails") +
+                ": Folder of messages [emlDirectory]\nImporter: mails, estimated 3 "
+                "messages\n");
   EXPECT_EQ(run({"detect", at("gone")}).out, at("gone") + ": Unrecognised [unknown]\n");
 }
 
@@ -261,11 +264,13 @@ TEST(AttachmentFiles, safeFileName) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(safeFileName(c.given), c.safe);
   }
-  EXPECT_LE(safeFileName(std::string(100, 'x') + [] {
-              std::string umlauts;
-              for (int i = 0; i < 100; ++i) umlauts += "ü";
-              return umlauts;
-            }()).size(),
+  EXPECT_LE(safeFileName(std::string(100, 'x') +
+                         [] {
+                           std::string umlauts;
+                           for (int i = 0; i < 100; ++i) umlauts += "ü";
+                           return umlauts;
+                         }())
+                .size(),
             200U);
 }
 

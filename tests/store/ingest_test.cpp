@@ -218,8 +218,8 @@ TEST(Ingest, cancellingKeepsWhatWasRead) {
   IngestOptions options;
   options.accountName = "a";
   std::atomic<int> asked{0};
-  const IngestSummary summary =
-      ingestAll(*archive, importer, options, [&asked] { return ++asked > 20; }, nullptr);
+  const IngestSummary summary = ingestAll(
+      *archive, importer, options, [&asked] { return ++asked > 20; }, nullptr);
   EXPECT_TRUE(summary.cancelled);
   EXPECT_EQ(summary.added, 20);
   EXPECT_EQ(archive.entries(AuditAction::importFinished).size(), 1U);
@@ -280,8 +280,8 @@ TEST(Ingest, aFailedFlushKeepsTheBatchOutOfTheCatalog) {
 TEST(Ingest, oneMessageForACallerWithALoopOfItsOwn) {
   TestArchive archive;
   Catalog& catalog = archive->catalog();
-  const MailboxRef mailbox{catalog.upsertFolder(catalog.upsertAccount("a", "imap", {}, {}, {}), "B"),
-                           "B", "a"};
+  const MailboxRef mailbox{
+      catalog.upsertFolder(catalog.upsertAccount("a", "imap", {}, {}, {}), "B"), "B", "a"};
   SourceMessage message;
   message.raw = plainMail(1);
   EXPECT_EQ(ingest(*archive, message, mailbox).kind, IngestOutcome::Kind::stored);

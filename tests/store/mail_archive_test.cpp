@@ -65,11 +65,10 @@ TEST(MailArchive, creationIsJournalledAndSealed) {
   EXPECT_EQ(archive->sealer().latestSeal()->entryCount, 1);
   archive.close();
   EXPECT_EQ(filesBelow(archive.path()),
-            (std::set<std::string>{"FORMAT.md", "archive.json", "catalog.sqlite", "chain",
-                                   "chain/journal.jsonl", "chain/seals",
-                                   "chain/seals/00000001.seal.json", "dict", "dict/00001.dict",
-                                   "export", "keys", "keys/seal.key", "lock", "packs",
-                                   "packs/00000001.pack"}));
+            (std::set<std::string>{
+                "FORMAT.md", "archive.json", "catalog.sqlite", "chain", "chain/journal.jsonl",
+                "chain/seals", "chain/seals/00000001.seal.json", "dict", "dict/00001.dict",
+                "export", "keys", "keys/seal.key", "lock", "packs", "packs/00000001.pack"}));
 }
 
 TEST(MailArchive, createTakesOnlyAnEmptyPlace) {

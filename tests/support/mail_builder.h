@@ -14,7 +14,8 @@ namespace ambervane {
 inline Bytes plainMail(int number, const std::string& subject = "Lieferung",
                        const std::string& body = "Guten Tag\r\n\r\nDie Ware ist unterwegs.\r\n") {
   const std::string n = std::to_string(number);
-  return "Message-ID: <m" + n + "@example.com>\r\nDate: Mon, 5 Feb 2024 10:00:00 +0100\r\nFrom: "
+  return "Message-ID: <m" + n +
+         "@example.com>\r\nDate: Mon, 5 Feb 2024 10:00:00 +0100\r\nFrom: "
          "Anna Beispiel <anna@example.com>\r\nTo: bert@example.org\r\nSubject: " +
          subject + " " + n + "\r\n\r\n" + body;
 }
@@ -38,8 +39,7 @@ inline std::string wrappedBase64(BytesView bytes, std::size_t columns = 76) {
 }
 
 /// A message with a text and files, each a pair of name and content, in base64.
-inline Bytes mailWithFiles(int number,
-                           const std::vector<std::pair<std::string, Bytes>>& files,
+inline Bytes mailWithFiles(int number, const std::vector<std::pair<std::string, Bytes>>& files,
                            std::size_t columns = 76) {
   const std::string n = std::to_string(number);
   Bytes mail = "Message-ID: <f" + n +
@@ -49,9 +49,10 @@ inline Bytes mailWithFiles(int number,
                "\r\nMIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=\"b1\"\r\n\r\n"
                "--b1\r\nContent-Type: text/plain; charset=utf-8\r\n\r\nAnbei die Offerte.\r\n";
   for (const auto& [name, content] : files) {
-    mail += "--b1\r\nContent-Type: application/octet-stream\r\nContent-Transfer-Encoding: base64\r\n"
-            "Content-Disposition: attachment; filename=\"" +
-            name + "\"\r\n\r\n" + wrappedBase64(content, columns);
+    mail +=
+        "--b1\r\nContent-Type: application/octet-stream\r\nContent-Transfer-Encoding: base64\r\n"
+        "Content-Disposition: attachment; filename=\"" +
+        name + "\"\r\n\r\n" + wrappedBase64(content, columns);
   }
   return mail + "--b1--\r\n";
 }
