@@ -35,26 +35,15 @@ class ItemReader {
       escaped_ = false;
       return false;
     }
-    if (c == '\\') {
-      escaped_ = true;
-    } else if (c == '"') {
-      quoted_ = !quoted_;
-    } else if (quoted_) {
-      return false;
-    } else if (c == '(') {
-      ++comments_;
-    } else if (c == ')') {
-      if (comments_ > 0) --comments_;
-    } else if (comments_ > 0) {
-      return false;
-    } else if (c == '<') {
-      ++angles_;
-    } else if (c == '>') {
-      if (angles_ > 0) --angles_;
-    } else {
-      return angles_ == 0 && (c == ':' || c == ';' || c == ',');
-    }
-    return false;
+    if (c == '\\') escaped_ = true;
+    if (c == '"') quoted_ = !quoted_;
+    if (quoted_) return false;
+    if (c == '(') ++comments_;
+    if (c == ')' && comments_ > 0) --comments_;
+    if (comments_ > 0) return false;
+    if (c == '<') ++angles_;
+    if (c == '>' && angles_ > 0) --angles_;
+    return angles_ == 0 && (c == ':' || c == ';' || c == ',');
   }
 
   std::string_view text_;

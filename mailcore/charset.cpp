@@ -131,15 +131,15 @@ std::optional<std::string> convert(BytesView data, UConverter& from, UConverter&
   const char* const end = source + data.size();
   std::array<char, 4096> buffer{};
   UErrorCode status = U_ZERO_ERROR;
-  bool first = true;
+  UBool first = 1;
   do {
     status = U_ZERO_ERROR;
     char* target = buffer.data();
     ucnv_convertEx(&to, &from, &target, target + buffer.size(), &source, end, pivot.data(),
                    &pivotSource, &pivotTarget, pivot.data() + pivot.size(), first,
-                   /*flush=*/true, &status);
+                   /*flush=*/1, &status);
     out.append(buffer.data(), static_cast<std::size_t>(target - buffer.data()));
-    first = false;
+    first = 0;
   } while (status == U_BUFFER_OVERFLOW_ERROR);
   if (U_FAILURE(status)) return std::nullopt;
   return out;

@@ -1,5 +1,6 @@
 #include "mailcore/mime_parser.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -108,9 +109,7 @@ TEST(MimeParser, nestingEndsAtTheLimit) {
   std::string multiparts;
   std::string messages;
   for (int i = 0; i < 500; ++i) {
-    const std::string boundary = std::to_string(i) + "x";
-    multiparts +=
-        "Content-Type: multipart/mixed; boundary=" + boundary + "\n\n--" + boundary + "\n";
+    multiparts += fmt::format("Content-Type: multipart/mixed; boundary={0}x\n\n--{0}x\n", i);
     messages += "Content-Type: message/rfc822\n\n";
   }
   for (const std::string& bytes : {multiparts, messages}) {
@@ -144,8 +143,8 @@ TEST(MimeParser, partLimitLosesNoBytes) {
 TEST(MimeParser, longBoundaryStaysLinear) {
   const std::string dashes(1'000'000, '-');
   for (const char* end : {"", "x"}) {
-    const std::string bytes = "Content-Type: multipart/mixed; boundary=\"" + dashes + end +
-                              "\"\n\n" + dashes + dashes + dashes;
+    const std::string bytes =
+        fmt::format("Content-Type: multipart/mixed; boundary=\"{0}{1}\"\n\n{0}{0}{0}", dashes, end);
     EXPECT_TRUE(MIMEParser::parse(bytes)->children().empty());
   }
 }
