@@ -126,8 +126,15 @@ int importSource(const Arguments& arguments, Console& console) {
           state.failed,
           rateText(state.throughput.messagesPerSecond(), state.throughput.bytesPerSecond())));
     };
-    summary = ingestAll(*archive, *importer, optionsFrom(arguments, source, kind),
-                        InterruptGuard::interrupted, progress);
+    try {
+      summary = ingestAll(*archive, *importer, optionsFrom(arguments, source, kind),
+                          InterruptGuard::interrupted, progress);
+    } catch (const std::exception&) {
+      line.clear();
+      console.err << "Note: the import was broken off. What was stored before is in the archive; "
+                     "once the cause is removed, import the same source again for the rest.\n";
+      throw;
+    }
   }
   report(summary, archive->now(), console);
   if (summary.cancelled) {
