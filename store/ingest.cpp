@@ -160,6 +160,9 @@ void requireRoomToAdd(const MailArchive& archive, const std::filesystem::path& s
                       const std::string& label) {
   const auto available = freeBytes(archive.url());
   if (!available) return;
+  // A source cannot be larger than all its volume holds; that spares adding up a million files.
+  const auto bound = usedBytes(source);
+  if (bound && *available >= *bound + kRoomReserve) return;
   const std::uint64_t needed = static_cast<std::uint64_t>(sizeOnDisk(source)) + kRoomReserve;
   if (*available >= needed) return;
   throw ArchiveError(
