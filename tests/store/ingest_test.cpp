@@ -26,7 +26,7 @@ TEST(Ingest, everyMessageComesBackByteForByte) {
       {"plain", plainMail(1)},
       {"bareLineFeeds", "From: a@b\n\nhello\n"},
       {"noBody", "Subject: x"},
-      {"nulBytes", Bytes("From: a\0b\r\n\r\n\0\0\0", 18)},
+      {"nulBytes", Bytes("From: a\0b\r\n\r\n\0\0\0", 17)},
       {"not8Bit", "From: \xff\xfe\r\nSubject: \x80\r\n\r\n\xc3"},
       {"base64Of76", mailWithFiles(2, {{"a.bin", file}})},
       {"base64Of72", mailWithFiles(3, {{"a.bin", file}}, 72)},
