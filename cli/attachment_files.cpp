@@ -1,5 +1,7 @@
 #include "cli/attachment_files.h"
 
+#include <fmt/format.h>
+
 #include "base/text.h"
 
 namespace ambervane {
@@ -49,7 +51,7 @@ std::string UniqueNames::claim(const std::string& name) {
   const std::string extension = hasExtension ? name.substr(dot) : "";
   std::string candidate = name;
   for (int n = 2; !taken_.insert(lowercase(candidate)).second; ++n) {
-    candidate = stem + " (" + std::to_string(n) + ")" + extension;
+    candidate = fmt::format("{} ({}){}", stem, n, extension);
   }
   return candidate;
 }

@@ -26,7 +26,7 @@ void printBody(const std::string& text, std::ostream& out) {
 }
 
 std::string senderText(const MessageRow& row) {
-  const std::string address = row.fromAddress.value_or("");
+  std::string address = row.fromAddress.value_or("");
   if (!row.fromName) return address;
   return *row.fromName + " <" + address + ">";
 }

@@ -63,6 +63,7 @@ std::vector<AttachmentExtension> Catalog::attachmentExtensions() {
     return true;
   });
   std::vector<AttachmentExtension> all;
+  all.reserve(byExtension.size());
   for (auto& [extension, entry] : byExtension) all.push_back(std::move(entry));
   std::stable_sort(
       all.begin(), all.end(),
