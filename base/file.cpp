@@ -148,12 +148,11 @@ void writeFileAtomically(const fs::path& path, BytesView bytes, int mode) {
   fs::path temporary = path;
   temporary += ".tmp-" + std::to_string(::getpid());
   announce(FileStep::Kind::create, temporary);
-  FileHandle file(
-      openDescriptor(temporary, O_WRONLY | O_CREAT | O_TRUNC, mode, FileError::Action::create));
+  // Never through a link that somebody planted under this name.
+  ::unlink(temporary.c_str());
+  FileHandle file(openDescriptor(temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode,
+                                 FileError::Action::create));
   try {
-    if (::fchmod(file.descriptor(), static_cast<mode_t>(mode)) != 0 && errno != EPERM) {
-      throw FileError(FileError::Action::create, temporary, errno);
-    }
     writeAll(file.descriptor(), temporary, bytes);
     syncDescriptor(file.descriptor(), temporary);
     file.close();
@@ -171,9 +170,12 @@ void writeFileAtomically(const fs::path& path, BytesView bytes, int mode) {
 void createFolders(const fs::path& path) {
   std::error_code error;
   if (fs::is_directory(path, error)) return;
+  const fs::path parent = path.parent_path();
+  if (!parent.empty() && parent != path) createFolders(parent);
   announce(FileStep::Kind::create, path);
-  fs::create_directories(path, error);
+  fs::create_directory(path, error);
   if (error) throw FileError(FileError::Action::create, path, error.value());
+  syncFolder(parent.empty() ? fs::path(".") : parent);
 }
 
 void syncFolder(const fs::path& path) {
@@ -187,9 +189,13 @@ void syncFolder(const fs::path& path) {
 
 AppendFile AppendFile::open(const fs::path& path, int mode) {
   announce(FileStep::Kind::create, path);
-  return AppendFile(
+  std::error_code ignored;
+  const bool isNew = !fs::exists(path, ignored);
+  AppendFile file(
       FileHandle(openDescriptor(path, O_RDWR | O_CREAT | O_APPEND, mode, FileError::Action::open)),
       path);
+  if (isNew) syncFolder(path.has_parent_path() ? path.parent_path() : fs::path("."));
+  return file;
 }
 
 void AppendFile::append(BytesView bytes) { writeAll(handle_.descriptor(), path_, bytes); }

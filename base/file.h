@@ -68,11 +68,11 @@ Bytes readFile(const std::filesystem::path& path);
 std::optional<Bytes> readFileIfPossible(const std::filesystem::path& path);
 
 /// Replaces `path` so that after a crash it holds the old or the new bytes, never a mixture:
-/// temporary file beside it, fsync, rename, fsync of the folder. Throws FileError; the temporary
-/// file is removed then. `mode` is the permission bits of a new file.
+/// temporary file "<name>.tmp-<process>" beside it, fsync, rename, fsync of the folder. Throws
+/// FileError; the temporary file is removed then. `mode` is cut by the user's umask, as ever.
 void writeFileAtomically(const std::filesystem::path& path, BytesView bytes, int mode = 0644);
 
-/// Creates a folder and those above it. Throws FileError.
+/// Creates a folder and those above it, durably. Throws FileError.
 void createFolders(const std::filesystem::path& path);
 /// Makes names created or renamed in a folder durable. Throws FileError.
 void syncFolder(const std::filesystem::path& path);
@@ -80,7 +80,8 @@ void syncFolder(const std::filesystem::path& path);
 /// A file open for appending: every write lands at its true end.
 class AppendFile {
  public:
-  /// Opens, and creates with `mode` where the file is missing. Throws FileError.
+  /// Opens, and creates with `mode` (cut by the umask) where the file is missing; a new name is
+  /// made durable. Throws FileError.
   static AppendFile open(const std::filesystem::path& path, int mode = 0644);
 
   /// Appends `bytes` whole. Throws FileError; some of them may then stand at the end of the file.

@@ -9,8 +9,12 @@ std::string jsonErrorDetail(const nlohmann::json::exception& error) {
 }
 
 nlohmann::json parseJson(std::string_view text, const std::string& file) {
+  const auto boundDepth = [&file](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
+    if (depth > kMaxJsonDepth) throw JsonError(file, "it is nested too deeply");
+    return true;
+  };
   try {
-    return nlohmann::json::parse(text);
+    return nlohmann::json::parse(text, boundDepth);
   } catch (const nlohmann::json::exception& error) {
     throw JsonError(file, jsonErrorDetail(error));
   }

@@ -24,6 +24,9 @@ class JsonError final : public TranslatableError {
   std::string detail_;
 };
 
+/// Values deeper than this are refused: writing or destroying them would recurse.
+inline constexpr int kMaxJsonDepth = 64;
+
 /// Parses `text`; `file` names it in a JsonError.
 nlohmann::json parseJson(std::string_view text, const std::string& file);
 /// Runs `decode` over `value`, turning the library's errors (wrong types, missing keys) into a

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <unicode/locid.h>
+#include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
@@ -17,6 +18,17 @@ char lower(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c 
 
 bool isAscii(std::string_view text) noexcept {
   return std::none_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
+}
+
+/// Case-folded and composed, so that "ö" is found however it is encoded.
+icu::UnicodeString folded(std::string_view text) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::UnicodeString plain =
+      icu::UnicodeString::fromUTF8({text.data(), static_cast<int>(text.size())});
+  const icu::Normalizer2* const composer = icu::Normalizer2::getNFCInstance(status);
+  if (U_FAILURE(status)) return icu::UnicodeString(plain).foldCase();
+  icu::UnicodeString composed = composer->normalize(plain, status).foldCase();
+  return composer->normalize(composed, status);
 }
 
 icu::UnicodeString toIcu(std::string_view text) {
@@ -83,7 +95,7 @@ bool containsIgnoringCase(std::string_view text, std::string_view part) {
   if (isAscii(text) && isAscii(part)) {
     return asciiLowercase(text).find(asciiLowercase(part)) != std::string::npos;
   }
-  return toIcu(text).foldCase().indexOf(toIcu(part).foldCase()) >= 0;
+  return folded(text).indexOf(folded(part)) >= 0;
 }
 
 std::vector<std::string_view> splitOmittingEmpty(std::string_view text,

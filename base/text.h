@@ -22,7 +22,7 @@ std::string asciiLowercase(std::string_view text);
 bool asciiEqualIgnoringCase(std::string_view a, std::string_view b) noexcept;
 /// Unicode lower case of UTF-8 text, without a locale. Ill-formed bytes become U+FFFD.
 std::string lowercase(std::string_view text);
-/// Whether `text` contains `part` after full case folding.
+/// Whether `text` contains `part` after full case folding and canonical composition.
 bool containsIgnoringCase(std::string_view text, std::string_view part);
 
 /// Pieces between the bytes of `separators`; empty pieces are left out.

@@ -50,8 +50,12 @@ std::string UniqueNames::claim(const std::string& name) {
   const std::string stem = hasExtension ? name.substr(0, dot) : name;
   const std::string extension = hasExtension ? name.substr(dot) : "";
   std::string candidate = name;
-  for (int n = 2; !taken_.insert(lowercase(candidate)).second; ++n) {
-    candidate = fmt::format("{} ({}){}", stem, n, extension);
+  if (!taken_.insert(lowercase(candidate)).second) {
+    // Where the counting for this name stopped last, so that many equal names stay cheap.
+    int& number = next_.try_emplace(lowercase(name), 2).first->second;
+    do {
+      candidate = fmt::format("{} ({}){}", stem, number++, extension);
+    } while (!taken_.insert(lowercase(candidate)).second);
   }
   return candidate;
 }

@@ -1,6 +1,7 @@
 #ifndef AMBERVANE_CLI_ATTACHMENT_FILES_H_
 #define AMBERVANE_CLI_ATTACHMENT_FILES_H_
 
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -24,6 +25,7 @@ class UniqueNames {
 
  private:
   std::set<std::string> taken_;
+  std::map<std::string, int> next_;
 };
 
 }  // namespace ambervane

@@ -27,8 +27,7 @@ int attachments(const Arguments& arguments, Console& console) {
 
   const auto archive = openArchive(arguments, console, OpenMode::readWrite);
   const MessageRow row = findMessage(*archive, arguments.positional[1]);
-  const auto rows = archive->catalog().attachments(row.id);
-  if (rows.empty()) {
+  if (archive->catalog().attachments(row.id).empty()) {
     console.out << "No attachments on message " << row.id << "\n";
     archive->close();
     return kExitSuccess;
@@ -36,8 +35,7 @@ int attachments(const Arguments& arguments, Console& console) {
   if (folder) createFolders(*folder);
   UniqueNames names;
   int status = kExitSuccess;
-  for (const AttachmentRow& attachment : rows) {
-    const Bytes data = attachmentData(*archive, attachment);
+  forEachAttachment(*archive, row, [&](const AttachmentRow& attachment, Bytes&& data) {
     const std::string digest = sha256Hex(data);
     console.out << printable(displayName(attachment)) << " ... sha256=" << digest;
     if (digest != attachment.contentHash) {
@@ -53,7 +51,7 @@ int attachments(const Arguments& arguments, Console& console) {
       } while (fs::exists(fs::symlink_status(path)));
       writeFileAtomically(path, data);
     }
-  }
+  });
   if (folder) console.out << "Extracted to " << printable(folder->native()) << "\n";
   archive->close();
   return status;

@@ -18,7 +18,9 @@ std::set<ComplianceRegime> regimesFrom(const std::string& text) {
 }  // namespace
 
 int create(const Arguments& arguments, Console& console) {
-  if (arguments.positional.empty()) throw CLIError::usage("missing archive path");
+  if (arguments.positional.empty() || arguments.positional[0].empty()) {
+    throw CLIError::usage("missing archive path");
+  }
   const std::filesystem::path path = standardizedPath(arguments.positional[0]);
   const std::string name = arguments.option("name").value_or(pathText(path.stem()));
   const RetentionPolicy policy(regimesFrom(arguments.option("regimes").value_or("ch-gebuev")));

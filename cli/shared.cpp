@@ -9,6 +9,7 @@ namespace ambervane {
 namespace fs = std::filesystem;
 
 fs::path standardizedPath(const std::string& text) {
+  if (text.empty()) throw CLIError::usage("a path is empty");
   fs::path path = text;
   if (text == "~" || text.starts_with("~/")) {
     // The process has one thread while it reads its arguments.
@@ -22,7 +23,9 @@ fs::path standardizedPath(const std::string& text) {
 
 std::unique_ptr<MailArchive> openArchive(const Arguments& arguments, Console& console,
                                          OpenMode mode) {
-  if (arguments.positional.empty()) throw CLIError::usage("missing archive path");
+  if (arguments.positional.empty() || arguments.positional[0].empty()) {
+    throw CLIError::usage("missing archive path");
+  }
   const fs::path path = standardizedPath(arguments.positional[0]);
   auto archive = std::make_unique<MailArchive>(path, mode);
   if (archive->storage() != StorageAccess::writable) {
@@ -30,6 +33,7 @@ std::unique_ptr<MailArchive> openArchive(const Arguments& arguments, Console& co
                 << " is kept where nothing can be written, so it is open read-only and nothing "
                    "done here is recorded in its journal.\n";
   }
+  for (const std::string& notice : archive->notices()) console.err << "Note: " << notice << "\n";
   if (archive->newerFormatNotice())
     console.err << "Note: " << *archive->newerFormatNotice() << "\n";
   if (archive->lockingUnsupported()) {

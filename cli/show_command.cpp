@@ -6,22 +6,47 @@
 #include "cli/attachment_files.h"
 #include "cli/commands.h"
 #include "mailcore/parsed_message.h"
+#include "store/archive_error.h"
 #include "store/message_reader.h"
+#include "store/pack_error.h"
 
 namespace ambervane {
 namespace {
 
-/// Body text for a terminal: its lines stay, its control characters do not.
+/// Text for a terminal: its tabs stay, its other control characters do not.
+std::string printableLine(std::string_view line) {
+  std::vector<std::string> cells;
+  for (const std::string_view cell : split(line, '\t')) cells.push_back(printable(cell));
+  return join(cells, "\t");
+}
+
 void printBody(const std::string& text, std::ostream& out) {
-  for (const std::string_view line : split(text, '\n')) {
-    std::string_view rest = line;
-    if (rest.ends_with('\r')) rest.remove_suffix(1);
-    bool first = true;
-    for (const std::string_view cell : split(rest, '\t')) {
-      if (!std::exchange(first, false)) out << '\t';
-      out << printable(cell);
-    }
-    out << "\n";
+  for (std::string_view line : split(text, '\n')) {
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    out << printableLine(line) << "\n";
+  }
+}
+
+/// The message, proved by its digest: what is shown must be what was taken in.
+Bytes provenMessage(MailArchive& archive, const MessageRow& row) {
+  Bytes raw = rawMessage(archive, row);
+  if (sha256Hex(raw) != row.sha256) {
+    throw PackError(PackError::CorruptRecord{"message " + std::to_string(row.id) +
+                                             " does not match its SHA-256"});
+  }
+  return raw;
+}
+
+/// The message, or what can still be shown of it when an attachment is lost.
+Bytes messageForDisplay(MailArchive& archive, const MessageRow& row, Console& console,
+                        int& status) {
+  try {
+    return provenMessage(archive, row);
+  } catch (const ArchiveError& error) {
+    if (!error.is<ArchiveError::BlobMissing>() && !error.is<ArchiveError::BlobErased>()) throw;
+    console.err << "error: " << error.what() << "; the message is shown without it\n";
+    status = kExitFailure;
+    return rawMessageForDisplay(archive, row);
   }
 }
 
@@ -67,23 +92,25 @@ int show(const Arguments& arguments, Console& console) {
   const auto archive = openArchive(arguments, console, OpenMode::readWrite);
   const MessageRow row = findMessage(*archive, arguments.positional[1]);
   if (arguments.has("raw")) {
-    console.out << rawMessage(*archive, row);
+    console.out << provenMessage(*archive, row);
     archive->close();
     return kExitSuccess;
   }
   printSummary(*archive, row, console.out);
-  const Bytes raw = rawMessageForDisplay(*archive, row);
+  console.out << std::flush;
+  int status = kExitSuccess;
+  const Bytes raw = messageForDisplay(*archive, row, console, status);
   const ParsedMessage parsed(raw);
   console.out << "\n";
   if (arguments.has("headers")) {
     for (const HeaderField& field : parsed.headers().fields()) {
-      console.out << printable(field.name) << ": " << printable(trim(field.rawValue)) << "\n";
+      console.out << printable(field.name) << ": " << printableLine(trim(field.rawValue)) << "\n";
     }
     console.out << "\n";
   }
   printBody(parsed.plainTextBody(), console.out);
   archive->close();
-  return kExitSuccess;
+  return status;
 }
 
 }  // namespace ambervane

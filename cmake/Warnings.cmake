@@ -7,8 +7,8 @@ target_include_directories(ambervane_options INTERFACE ${PROJECT_SOURCE_DIR})
 if(AMBERVANE_SANITIZE)
   # The sanitizers' own code makes GCC warn of values that are never read.
   target_compile_options(ambervane_options INTERFACE -Wno-maybe-uninitialized
-    -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
-  target_link_options(ambervane_options INTERFACE -fsanitize=address,undefined)
+    -fsanitize=${AMBERVANE_SANITIZE} -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  target_link_options(ambervane_options INTERFACE -fsanitize=${AMBERVANE_SANITIZE})
 endif()
 if(AMBERVANE_FUZZ)
   target_compile_options(ambervane_options INTERFACE

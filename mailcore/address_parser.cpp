@@ -55,6 +55,7 @@ class ItemReader {
   std::size_t angles_ = 0;    // depth
 };
 
+/// Without comments. Quotes count inside them too, as for `ItemReader`.
 std::string stripComments(std::string_view text) {
   std::string out;
   std::size_t depth = 0;
@@ -66,7 +67,7 @@ std::string stripComments(std::string_view text) {
       ++at;
       continue;
     }
-    if (depth == 0 && c == '"') quoted = !quoted;
+    if (c == '"') quoted = !quoted;
     if (!quoted && c == '(') {
       ++depth;
     } else if (!quoted && c == ')' && depth > 0) {

@@ -211,11 +211,12 @@ std::optional<std::string> encodingByAlias(std::string_view label) {
   if (label.empty() || label.size() > kLongestName || label.find('\0') != label.npos) {
     return std::nullopt;
   }
-  const std::string name(label);
-  UErrorCode status = U_ZERO_ERROR;
-  const char* const canonical = ucnv_getAlias(name.c_str(), 0, &status);
-  if (U_SUCCESS(status) && canonical != nullptr) return std::string(canonical);
-  if (label.starts_with("x-")) return encodingByAlias(label.substr(2));
+  const std::string_view withoutPrefix = label.substr(label.starts_with("x-") ? 2 : 0);
+  for (const std::string_view candidate : {label, withoutPrefix}) {
+    UErrorCode status = U_ZERO_ERROR;
+    const char* const canonical = ucnv_getAlias(std::string(candidate).c_str(), 0, &status);
+    if (U_SUCCESS(status) && canonical != nullptr) return std::string(canonical);
+  }
   return std::nullopt;
 }
 
@@ -245,7 +246,8 @@ std::optional<std::string> decodeLabelled(BytesView data, std::string_view label
   std::optional<std::string> fallback;
   for (const std::string& converter : converters) {
     auto text = decodeStrictly(data, converter);
-    if (!text) continue;
+    // Nothing left of something is no reading: a lone escape sequence, for one.
+    if (!text || (text->empty() && !data.empty())) continue;
     // ICU reads what a smaller set lacks as private use; a larger set may have the character.
     if (converters.size() == 1 || !hasPrivateUse(*text)) return text;
     if (!fallback) fallback = std::move(text);

@@ -3,6 +3,7 @@
 #include <string.h>  // memmem
 
 #include <algorithm>
+#include <limits>
 
 #include "base/text.h"
 #include "mailcore/charset.h"
@@ -54,12 +55,10 @@ HeaderSet HeaderSet::parse(BytesView data) {
   const auto flush = [&] {
     if (!pending.open) return;
     const BytesView value = pending.value();
-    set.entries_.push_back({set.text_.size(), pending.name.size()});
-    set.text_ += pending.name;
     if (isValidUtf8(value)) {
-      set.text_ += value;
+      set.append(pending.name, value);
     } else {
-      set.text_ += Charset::decodeUnlabelled(value);
+      set.append(pending.name, Charset::decodeUnlabelled(value));
     }
   };
   LineReader lines(data);
@@ -87,7 +86,7 @@ std::string_view HeaderSet::name(std::size_t index) const noexcept {
 }
 
 std::string_view HeaderSet::rawValue(std::size_t index) const noexcept {
-  const std::size_t begin = entries_[index].begin + entries_[index].nameLength;
+  const std::size_t begin = std::size_t{entries_[index].begin} + entries_[index].nameLength;
   const std::size_t end = index + 1 < entries_.size() ? entries_[index + 1].begin : text_.size();
   return std::string_view(text_).substr(begin, end - begin);
 }
@@ -140,7 +139,11 @@ std::optional<std::string> HeaderSet::decoded(std::string_view wanted) const {
 }
 
 void HeaderSet::append(std::string_view fieldName, std::string_view value) {
-  entries_.push_back({text_.size(), fieldName.size()});
+  constexpr std::size_t kMaxTextBytes = std::numeric_limits<std::uint32_t>::max();
+  const std::size_t room = kMaxTextBytes - text_.size();
+  if (fieldName.size() > room || value.size() > room - fieldName.size()) return;
+  entries_.push_back(
+      {static_cast<std::uint32_t>(text_.size()), static_cast<std::uint32_t>(fieldName.size())});
   text_ += fieldName;
   text_ += value;
 }

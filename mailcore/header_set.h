@@ -2,6 +2,7 @@
 #define AMBERVANE_MAILCORE_HEADER_SET_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,7 +29,8 @@ struct HeaderField {
 /// their case; a lookup costs time in proportion to the number of fields.
 ///
 /// All texts lie in one buffer, because a hostile message can have a field in every two bytes.
-/// Views handed out are valid until the set is changed, moved or destroyed.
+/// Views handed out are valid until the set is changed, moved or destroyed. A field that would make
+/// the texts longer than 4 GiB is left out.
 class HeaderSet {
  public:
   HeaderSet() = default;
@@ -61,8 +63,9 @@ class HeaderSet {
 
  private:
   struct Entry {
-    std::size_t begin;       ///< of the name in `text_`; the value ends where the next entry begins
-    std::size_t nameLength;  ///< 0 for `kInvalidHeaderName`, which is not written out each time
+    // Of 32 bits, because a hostile message can have millions.
+    std::uint32_t begin;  ///< of the name in `text_`; the value ends where the next entry begins
+    std::uint32_t nameLength;  ///< 0 for `kInvalidHeaderName`, which is not written out each time
   };
   std::size_t find(std::string_view name, std::size_t from) const;
 

@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 #include "base/text.h"
@@ -12,8 +13,8 @@
 namespace ambervane::MailDate {
 namespace {
 
-constexpr std::array<std::string_view, 12> kMonths = {"jan", "feb", "mar", "apr", "may", "jun",
-                                                      "jul", "aug", "sep", "oct", "nov", "dec"};
+constexpr std::array<std::string_view, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                      "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 struct NamedZone {
   std::string_view name;
@@ -75,13 +76,14 @@ int numberOr(int otherwise, std::string_view text) {
   return static_cast<int>(*number);
 }
 
-void readTime(std::string_view token, CivilTime& time) {
+/// The seconds since midnight. An hour of 24 or a minute of 60 runs over, as it does on the clocks
+/// that write them.
+double secondsOfDay(std::string_view token) {
   const auto pieces = split(token, ':');
-  if (pieces.size() < 2) return;
-  time.hour = numberOr(0, pieces[0]);
-  time.minute = numberOr(0, pieces[1]);
+  if (pieces.size() < 2) return 0;
   // Some clocks write "12.5" or "12Z".
-  if (pieces.size() > 2) time.second = numberOr(0, pieces[2].substr(0, 2));
+  const int second = pieces.size() > 2 ? numberOr(0, pieces[2].substr(0, 2)) : 0;
+  return numberOr(0, pieces[0]) * 3600.0 + numberOr(0, pieces[1]) * 60.0 + second;
 }
 
 std::optional<Date> parseTokens(const std::vector<std::string_view>& tokens) {
@@ -92,7 +94,7 @@ std::optional<Date> parseTokens(const std::vector<std::string_view>& tokens) {
   const auto month = monthNumber(tokens[first + 1]);
   const auto year = parseInteger(tokens[first + 2]);
   if (!month || !year || *year < -99'999 || *year > 99'999) return std::nullopt;
-  CivilTime time;
+  CivilTime time;  // the midnight before
   time.day = numberOr(0, tokens[first]);
   time.month = *month;
   time.year = static_cast<int>(*year);
@@ -101,11 +103,10 @@ std::optional<Date> parseTokens(const std::vector<std::string_view>& tokens) {
   } else if (time.year < 100) {
     time.year += 1900;
   }
-  if (tokens.size() > first + 3) readTime(tokens[first + 3], time);
-  int zone = 0;
-  if (tokens.size() > first + 4) zone = parseZone(tokens[first + 4]).value_or(0);
   auto date = dateFromCivil(time);
-  if (date) date->seconds -= zone;
+  if (!date) return std::nullopt;
+  if (tokens.size() > first + 3) date->seconds += secondsOfDay(tokens[first + 3]);
+  if (tokens.size() > first + 4) date->seconds -= parseZone(tokens[first + 4]).value_or(0);
   return date;
 }
 
@@ -133,8 +134,6 @@ std::optional<Date> parse(std::optional<std::string_view> text) {
 std::string format(Date date, Zone zone) {
   static constexpr std::array<const char*, 7> kWeekdays = {"Thu", "Fri", "Sat", "Sun",
                                                            "Mon", "Tue", "Wed"};
-  static constexpr std::array<const char*, 12> kMonthNames = {
-      "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   const Date whole{std::floor(date.seconds)};
   const CivilTime time = civilTime(whole, zone);
   // The local reading taken for UTC lies off by just the zone's offset.
@@ -143,7 +142,7 @@ std::string format(Date date, Zone zone) {
       ((static_cast<std::int64_t>(std::floor(local / 86'400)) % 7) + 7) % 7);
   const int minutes = static_cast<int>((local - whole.seconds) / 60);
   return fmt::format("{}, {:02} {} {:04} {:02}:{:02}:{:02} {}{:02}{:02}", kWeekdays[weekday],
-                     time.day, kMonthNames[static_cast<std::size_t>(time.month) - 1], time.year,
+                     time.day, kMonths[static_cast<std::size_t>(time.month) - 1], time.year,
                      time.hour, time.minute, static_cast<int>(time.second), minutes < 0 ? '-' : '+',
                      std::abs(minutes) / 60, std::abs(minutes) % 60);
 }

@@ -156,7 +156,11 @@ std::optional<ParameterizedHeader> ParameterizedHeader::parse(
   ParameterizedHeader header;
   header.value = lowercase(trim(pieces.next().value_or("")));
   ParameterReader parameters;
-  while (const auto piece = pieces.next()) parameters.read(*piece);
+  for (std::size_t count = 0; count < kMaxParameters; ++count) {
+    const auto piece = pieces.next();
+    if (!piece) break;
+    parameters.read(*piece);
+  }
   header.parameters = parameters.finish();
   return header;
 }

@@ -1,10 +1,16 @@
 #include "mailcore/parsed_message.h"
 
+#include <unicode/bytestream.h>
+#include <unicode/normalizer2.h>
+
+#include <algorithm>
 #include <array>
+#include <limits>
 #include <utility>
 
 #include "base/digest.h"
 #include "base/text.h"
+#include "mailcore/charset.h"
 #include "mailcore/html_text.h"
 #include "mailcore/mail_date.h"
 #include "mailcore/mime_parser.h"
@@ -37,6 +43,19 @@ std::string fallbackText(const MIMEPart& root, BytesView raw) {
     head = head.substr(0, lead);
   }
   return isValidUtf8(head) ? std::string(head) : std::string();
+}
+
+/// `text` in composed form (NFC), so that "é" is one character however it was written.
+std::string composed(std::string_view text) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Normalizer2* const nfc = icu::Normalizer2::getNFCInstance(status);
+  const bool fits = text.size() <= std::numeric_limits<std::int32_t>::max();
+  if (U_FAILURE(status) || !fits || Charset::isAscii(text)) return std::string(text);
+  std::string out;
+  icu::StringByteSink<std::string> sink(&out);
+  nfc->normalizeUTF8(0, {text.data(), static_cast<std::int32_t>(text.size())}, sink, nullptr,
+                     status);
+  return U_SUCCESS(status) ? out : std::string(text);
 }
 
 /// The text behind a reply or forward prefix, or nothing where there is none.
@@ -84,10 +103,15 @@ std::optional<std::string> ParsedMessage::identifier(std::string_view name) cons
 }
 
 std::vector<std::string> ParsedMessage::references() const {
+  constexpr std::string_view kBlanks = " \t\r\n";
   std::vector<std::string> result;
-  for (const auto piece : splitOmittingEmpty(headers()["references"].value_or(""), " \t\r\n")) {
-    const std::string_view bare = trimOf(piece, "<>");
+  const std::string_view text = headers()["references"].value_or("");
+  for (std::size_t at = text.find_first_not_of(kBlanks);
+       at != text.npos && result.size() < kMaxReferences;) {
+    const std::size_t end = std::min(text.find_first_of(kBlanks, at), text.size());
+    const std::string_view bare = trimOf(text.substr(at, end - at), "<>");
     if (!bare.empty()) result.emplace_back(bare);
+    at = text.find_first_not_of(kBlanks, end);
   }
   return result;
 }
@@ -178,8 +202,9 @@ MessageTexts ParsedMessage::texts() const {
   return texts;
 }
 
-std::string normalizedSubject(std::string_view subject) {
-  subject = trim(subject);
+std::string normalizedSubject(std::string_view text) {
+  const std::string whole = composed(text);
+  std::string_view subject = trim(whole);
   for (;;) {
     const auto shorter = withoutPrefix(subject);
     subject = shorter.value_or(subject);

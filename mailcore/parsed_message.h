@@ -17,6 +17,9 @@
 
 namespace ambervane {
 
+/// References behind this many in one message are not read.
+inline constexpr std::size_t kMaxReferences = 100'000;
+
 /// What is known of one attachment. The two digests are lower-case hexadecimal SHA-256:
 /// `contentHash` knows the file whatever its encoding, `encodedHash` proves that the stored form
 /// is the one the message held.
@@ -64,6 +67,7 @@ class ParsedMessage {
   /// Without angle brackets; absent where nothing is left. `inReplyTo` is not split.
   std::optional<std::string> messageID() const { return identifier("message-id"); }
   std::optional<std::string> inReplyTo() const { return identifier("in-reply-to"); }
+  /// The first `kMaxReferences` of them.
   std::vector<std::string> references() const;
   /// The subject without "Re:" and its kin in several languages, for grouping conversations.
   std::string normalizedSubject() const;
@@ -97,7 +101,7 @@ class ParsedMessage {
   std::unique_ptr<const MIMEPart> root_;
 };
 
-/// `subject` (UTF-8) without reply and forward prefixes; see ParsedMessage.
+/// `subject` (UTF-8) without reply and forward prefixes, in composed form (NFC); see ParsedMessage.
 std::string normalizedSubject(std::string_view subject);
 
 }  // namespace ambervane

@@ -41,6 +41,16 @@ bool isMailOfOtherFormat(const WalkedFolder& folder, const FolderEntry& entry) {
                            lowercaseExtension(entry.name) == "mbox");
 }
 
+/// Tells which folders are not walked down into.
+void reportFolders(const WalkedFolder& folder, const MessageImporter::Unreadable& unreadable) {
+  for (const FolderEntry& entry : folder.entries) {
+    if (entry.kind != FolderEntry::Kind::folder || !unreadable) continue;
+    unreadable(unreadableItem(folder.path / entry.name,
+                              "a folder inside of an MH folder was passed over, import it "
+                              "separately"));
+  }
+}
+
 }  // namespace
 
 const std::set<std::string, std::less<>>& EMLReader::messageExtensions() {
@@ -75,7 +85,10 @@ void EMLReader::forEachFile(const VisitFile& visit, const Unreadable& unreadable
       }
     }
     passedOver.report(folder.path, unreadable);
-    if (!recursive_) folder.entries.clear();
+    if (!recursive_) {
+      reportFolders(folder, unreadable);
+      folder.entries.clear();
+    }
     return true;
   };
   walkFolders(root_, visitFolder, unreadable);

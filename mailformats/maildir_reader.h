@@ -26,6 +26,8 @@ class MaildirReader final : public MessageImporter {
   explicit MaildirReader(std::filesystem::path root, bool recursive = true);
 
   static bool isMaildir(const std::filesystem::path& folder);
+  /// Whether a Maildir keeps messages in a folder of that name: "cur", "new" or "tmp".
+  static bool isMessageFolderName(std::string_view name) noexcept;
   /// Every Maildir of the tree, parents first. Throws ImportError when the root cannot be listed.
   std::vector<Entry> maildirs(const Unreadable& unreadable) const;
   /// Hands out the messages of one Maildir, "cur" before "new". Returns false when `body` has

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 #include <utility>
 
 #include "base/file.h"
@@ -17,10 +18,6 @@ namespace ambervane {
 namespace {
 
 namespace fs = std::filesystem;
-
-bool isMaildirPart(std::string_view name) {
-  return name == "cur" || name == "new" || name == "tmp";
-}
 
 /// The mail folder of an mbox file: its path below the root, each name without ".mbox". The file
 /// "mbox" of an Apple Mail package stands for the package.
@@ -42,11 +39,11 @@ bool MboxFolderReader::isMailbox(const fs::path& file) {
   const std::string extension = lowercaseExtension(file.filename().native());
   if (extension == "mbox") return true;
   if (EMLReader::messageExtensions().contains(extension)) return false;
-  try {
-    return looksLikeMbox(fileStart(file, 5));
-  } catch (const FileError&) {
-    return false;
-  }
+  return looksLikeMbox(fileStart(file, 5));
+}
+
+bool MboxFolderReader::passesOver(std::string_view name, bool inMaildir) noexcept {
+  return name.starts_with('.') || (inMaildir && MaildirReader::isMessageFolderName(name));
 }
 
 std::vector<MboxFolderReader::File> MboxFolderReader::files(const fs::path& root,
@@ -54,15 +51,21 @@ std::vector<MboxFolderReader::File> MboxFolderReader::files(const fs::path& root
   std::vector<File> found;
   const auto visit = [&](WalkedFolder& folder) {
     const bool inMaildir = MaildirReader::isMaildir(folder.path);
-    std::erase_if(folder.entries, [&](const FolderEntry& entry) {
-      return entry.name.starts_with('.') || (inMaildir && isMaildirPart(entry.name));
-    });
+    std::erase_if(folder.entries,
+                  [&](const FolderEntry& entry) { return passesOver(entry.name, inMaildir); });
     PassedOver passedOver;
     for (const FolderEntry& entry : folder.entries) {
       if (entry.kind != FolderEntry::Kind::file) continue;
       const fs::path path = folder.path / entry.name;
       const std::string extension = lowercaseExtension(entry.name);
-      if (isMailbox(path)) {
+      bool taken = false;
+      try {
+        taken = isMailbox(path);
+      } catch (const FileError& error) {
+        if (unreadable) unreadable(unreadableItem(path, error.error()));
+        continue;
+      }
+      if (taken) {
         found.push_back({path, mailFolderName(folder.name, entry.name)});
       } else if (isOtherStoreName(entry.name) ||
                  (extension != "txt" && EMLReader::messageExtensions().contains(extension))) {
@@ -81,7 +84,14 @@ std::vector<MboxFolderReader::File> MboxFolderReader::files(const fs::path& root
 std::string MboxFolderReader::displayName() const { return ownName(root_); }
 
 void MboxFolderReader::forEachMessage(const Body& body, const Unreadable& unreadable) {
-  for (const File& file : files(root_, unreadable)) {
+  // Both walks meet the same folders, and are over before the first message.
+  std::set<std::string> reported;
+  const Unreadable once = [&](const std::string& item) {
+    if (unreadable && reported.insert(item).second) unreadable(item);
+  };
+  const std::vector<File> mailboxes = files(root_, once);
+  const std::vector<MaildirReader::Entry> maildirs = MaildirReader(root_).maildirs(once);
+  for (const File& file : mailboxes) {
     std::shared_ptr<const MappedFile> mapped;
     try {
       mapped = MboxReader::open(file.path);
@@ -92,7 +102,7 @@ void MboxFolderReader::forEachMessage(const Body& body, const Unreadable& unread
     }
     if (!MboxReader(file.path, file.folder).read(*mapped, body, unreadable)) return;
   }
-  for (const MaildirReader::Entry& entry : MaildirReader(root_).maildirs({})) {
+  for (const MaildirReader::Entry& entry : maildirs) {
     if (!MaildirReader::read(entry, body, unreadable)) return;
   }
 }

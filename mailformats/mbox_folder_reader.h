@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "mailformats/message_importer.h"
@@ -23,10 +24,13 @@ class MboxFolderReader final : public MessageImporter {
   /// The mbox files below `root`, sorted by folder: those named "*.mbox", and those of another name
   /// that begin with "From " and have no extension of a message file. Names beginning with "." are
   /// passed over, and so is what a Maildir holds. Throws ImportError when the root cannot be
-  /// listed.
+  /// listed; what cannot be read below it is reported.
   static std::vector<File> files(const std::filesystem::path& root, const Unreadable& unreadable);
-  /// Whether `file` is one of those.
+  /// Whether `file` is one of those by its name and content. Throws FileError when it cannot be
+  /// read.
   static bool isMailbox(const std::filesystem::path& file);
+  /// Whether a file or folder of that name is passed over, in a Maildir or in any other folder.
+  static bool passesOver(std::string_view name, bool inMaildir) noexcept;
 
   std::string displayName() const override;
   std::optional<std::int64_t> estimatedCount() const override { return std::nullopt; }

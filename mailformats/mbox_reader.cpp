@@ -1,8 +1,13 @@
 #include "mailformats/mbox_reader.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <optional>
 #include <system_error>
 #include <utility>
 
+#include "base/text.h"
 #include "mailformats/folder_listing.h"
 #include "mailformats/import_error.h"
 #include "mailformats/message_file.h"
@@ -15,6 +20,41 @@ namespace {
 
 /// How much of the mapping may stay in memory behind the message at hand.
 constexpr std::size_t kForgetBytes = std::size_t{64} << 20;
+
+/// Watches a mapped file, because reading a page that lies no longer in it ends the process.
+class SizeWatch {
+ public:
+  SizeWatch(const fs::path& file, std::size_t mappedBytes)
+      : file_(file), mappedBytes_(mappedBytes), before_(state()) {}
+
+  bool isCutShort() const {
+    const auto now = state();
+    // A file that has been replaced by another one stays whole for those who have it open.
+    return now && before_ && now->st_dev == before_->st_dev && now->st_ino == before_->st_ino &&
+           static_cast<std::uint64_t>(now->st_size) < mappedBytes_;
+  }
+
+ private:
+  std::optional<struct stat> state() const {
+    struct stat info {};
+    if (::stat(file_.c_str(), &info) != 0) return std::nullopt;
+    return info;
+  }
+
+  const fs::path& file_;
+  std::size_t mappedBytes_;
+  std::optional<struct stat> before_;
+};
+
+/// Tells what lies in front of the first message, unless it is nothing but blank lines.
+void reportHead(const fs::path& file, BytesView head, bool isWholeFile,
+                const MessageImporter::Unreadable& unreadable) {
+  if (!unreadable || std::all_of(head.begin(), head.end(), isAsciiSpace)) return;
+  unreadable(unreadableItem(file, isWholeFile
+                                      ? "no message in it begins with \"From \""
+                                      : std::to_string(head.size()) +
+                                            " bytes before the first message were passed over"));
+}
 
 }  // namespace
 
@@ -35,13 +75,16 @@ std::shared_ptr<const MappedFile> MboxReader::open(const fs::path& file) {
   }
 }
 
-bool MboxReader::read(const MappedFile& mapped, const Body& body,
-                      const Unreadable& unreadable) const {
+MboxReader::End MboxReader::readMessages(const MappedFile& mapped, const Body& body,
+                                         const Unreadable& unreadable) const {
   const BytesView bytes = mapped.bytes();
+  const SizeWatch watch(file_, bytes.size());
   const std::string originPath = pathText(file_);
   std::size_t forgotten = 0;
   std::size_t start = nextMboxStart(bytes, 0);
+  reportHead(file_, bytes.substr(0, start), start == BytesView::npos, unreadable);
   for (std::uint64_t ordinal = 1; start != BytesView::npos; ++ordinal) {
+    if (watch.isCutShort()) return End::cutShort;
     const std::size_t next = nextMboxStart(bytes, start + 1);
     const BytesView segment = bytes.substr(start, next - start);
     if (segment.size() <= kMaxMessageBytes) {
@@ -53,7 +96,7 @@ bool MboxReader::read(const MappedFile& mapped, const Body& body,
       source.internalDate = message.internalDate;
       source.sourceIdentifier = std::to_string(ordinal);
       source.originPath = originPath;
-      if (!body(std::move(source))) return false;
+      if (!body(std::move(source))) return End::stopped;
     } else if (unreadable) {
       unreadable(unreadableItem(
           file_, "message " + std::to_string(ordinal) + " is too large for a message"));
@@ -64,7 +107,18 @@ bool MboxReader::read(const MappedFile& mapped, const Body& body,
     }
     start = next;
   }
-  return true;
+  return End::complete;
+}
+
+bool MboxReader::read(const MappedFile& mapped, const Body& body,
+                      const Unreadable& unreadable) const {
+  const End end = readMessages(mapped, body, unreadable);
+  if (end == End::cutShort && unreadable) unreadable(cutShortItem());
+  return end != End::stopped;
+}
+
+std::string MboxReader::cutShortItem() const {
+  return unreadableItem(file_, "it became shorter while it was read");
 }
 
 std::string MboxReader::displayName() const {
@@ -74,7 +128,9 @@ std::string MboxReader::displayName() const {
 }
 
 void MboxReader::forEachMessage(const Body& body, const Unreadable& unreadable) {
-  read(*open(file_), body, unreadable);
+  if (readMessages(*open(file_), body, unreadable) == End::cutShort) {
+    throw ImportError(ImportError::Unreadable{cutShortItem()});
+  }
 }
 
 }  // namespace ambervane

@@ -12,7 +12,9 @@
 namespace ambervane {
 
 /// Reads one mbox file of any variant. The file is mapped and one message copied at a time, so that
-/// its size does not matter; it must not be cut short while it is read.
+/// its size does not matter. Bytes in front of the first message, and a file without any, are
+/// reported. A file that another program cuts short is read up to there; being mapped, it must not
+/// be cut in the very moment in which one message is copied.
 class MboxReader final : public MessageImporter {
  public:
   MboxReader(std::filesystem::path file, std::string folderPath,
@@ -21,7 +23,7 @@ class MboxReader final : public MessageImporter {
   /// Maps an mbox file. Throws ImportError, also for a path that is no regular file.
   static std::shared_ptr<const MappedFile> open(const std::filesystem::path& file);
   /// Hands out the messages of a file that `open` has mapped. Returns false when `body` has
-  /// stopped.
+  /// stopped. A file that becomes shorter meanwhile is reported.
   bool read(const MappedFile& mapped, const Body& body, const Unreadable& unreadable) const;
 
   /// The file's name; of an Apple Mail package its folder's.
@@ -30,6 +32,10 @@ class MboxReader final : public MessageImporter {
   void forEachMessage(const Body& body, const Unreadable& unreadable) override;
 
  private:
+  enum class End { complete, stopped, cutShort };
+  End readMessages(const MappedFile& mapped, const Body& body, const Unreadable& unreadable) const;
+  std::string cutShortItem() const;
+
   std::filesystem::path file_;
   std::string folderPath_;
   MboxVariant variant_;

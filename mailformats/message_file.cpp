@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 
 #include "base/file.h"
 #include "mailformats/folder_listing.h"

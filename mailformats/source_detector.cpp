@@ -41,22 +41,53 @@ bool isThere(const fs::path& path) {
   return fs::exists(path, ignored);
 }
 
-/// Whether `holds` is true of one of the first `kMaxEntries` entries of the tree, those near the
-/// root first. Links to folders are not followed.
-template <typename Holds>
-bool anyInTree(const fs::path& root, Holds holds) {
-  std::deque<fs::path> pending{root};
-  for (int seen = 0; !pending.empty(); pending.pop_front()) {
+bool isMailbox(const fs::path& file) {
+  try {
+    return MboxFolderReader::isMailbox(file);
+  } catch (const FileError&) {
+    return false;
+  }
+}
+
+/// What the tree below a folder tells.
+struct Tree {
+  bool emlx = false;
+  bool mailboxes = false;  ///< mbox files or Maildirs that MboxFolderReader reads
+};
+
+/// Looks at the first `kMaxEntries` entries of the tree, those near the root first. Links to
+/// folders are not followed.
+Tree lookInto(const fs::path& root) {
+  Tree tree;
+  std::deque<fs::path> folders{root};
+  std::deque<fs::path> passedOver;  // taken last: MboxFolderReader does not read these
+  for (int seen = 0; !folders.empty() || !passedOver.empty();) {
+    const bool isRead = !folders.empty();
+    std::deque<fs::path>& pending = isRead ? folders : passedOver;
+    const fs::path folder = std::move(pending.front());
+    pending.pop_front();
+    const bool inMaildir = MaildirReader::isMaildir(folder);
     std::error_code error;
     std::error_code ignored;
-    for (fs::directory_iterator at(pending.front(), error);
-         !error && at != fs::directory_iterator(); at.increment(error)) {
-      if (holds(*at)) return true;
-      if (++seen >= kMaxEntries) return false;
-      if (!at->is_symlink(ignored) && at->is_directory(ignored)) pending.push_back(at->path());
+    for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator();
+         at.increment(error)) {
+      const fs::path& path = at->path();
+      if (path.extension() == ".emlx") {
+        tree.emlx = true;
+        return tree;
+      }
+      const bool taken =
+          isRead && !MboxFolderReader::passesOver(path.filename().native(), inMaildir);
+      const bool isSubfolder = !at->is_symlink(ignored) && at->is_directory(ignored);
+      if (isSubfolder) (taken ? folders : passedOver).push_back(path);
+      if (taken && !tree.mailboxes) {
+        tree.mailboxes = isSubfolder ? MaildirReader::isMaildir(path)
+                                     : at->is_regular_file(ignored) && isMailbox(path);
+      }
+      if (++seen >= kMaxEntries) return tree;
     }
   }
-  return false;
+  return tree;
 }
 
 /// What the names in a folder tell; gathered in one pass, as there may be a million.
@@ -66,7 +97,8 @@ struct Names {
   bool eml = false;
   bool msg = false;
   bool mbox = false;
-  bool onlyNumberedFiles = true;
+  bool onlyNumbers = true;
+  bool numberedFile = false;
 };
 
 Names namesIn(const fs::path& folder) {
@@ -82,8 +114,9 @@ Names namesIn(const fs::path& folder) {
     names.eml |= lower.ends_with(".eml");
     names.msg |= lower.ends_with(".msg");
     names.mbox |= name.ends_with(".mbox");
-    // A tree of folders named after years has such names too, and is no MH folder.
-    names.onlyNumberedFiles &= isNumber(name) && !at->is_directory(ignored);
+    names.onlyNumbers &= isNumber(name);
+    // A tree of folders named after years has numbers too, and is no MH folder.
+    names.numberedFile |= isNumber(name) && at->is_regular_file(ignored);
   }
   // A listing that fails counts as empty.
   return error ? Names{} : names;
@@ -107,27 +140,16 @@ bool isAppleMailRoot(const fs::path& folder) {
          ownName(fs::absolute(folder, ignored) / "..") == "Mail";
 }
 
-bool containsMaildir(const fs::path& folder) {
-  return anyInTree(folder, [](const fs::directory_entry& entry) {
-    std::error_code ignored;
-    return !entry.path().filename().native().starts_with('.') && entry.is_directory(ignored) &&
-           MaildirReader::isMaildir(entry.path());
-  });
-}
-
 /// Whether the folders of Maildir++ lie in a root that has no INBOX of its own.
-bool containsMaildirPlusPlus(const fs::path& folder) {
-  return anyInTree(folder, [&](const fs::directory_entry& entry) {
-    return entry.path().filename().native().starts_with('.') &&
-           entry.path().parent_path() == folder && MaildirReader::isMaildir(entry.path());
-  });
-}
-
-bool containsMailbox(const fs::path& folder) {
-  return anyInTree(folder, [](const fs::directory_entry& entry) {
-    std::error_code ignored;
-    return entry.is_regular_file(ignored) && MboxFolderReader::isMailbox(entry.path());
-  });
+bool holdsMaildirPlusPlus(const fs::path& folder) {
+  std::error_code error;
+  for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator();
+       at.increment(error)) {
+    if (at->path().filename().native().starts_with('.') && MaildirReader::isMaildir(at->path())) {
+      return true;
+    }
+  }
+  return false;
 }
 
 MailSourceKind detectFolder(const fs::path& folder) {
@@ -143,14 +165,13 @@ MailSourceKind detectFolder(const fs::path& folder) {
   const Names names = namesIn(folder);
   if (!names.any) return Kind::unknown;
   if (names.emlx) return Kind::appleMail;
-  if (names.onlyNumberedFiles) return Kind::mhFolder;
+  if (names.onlyNumbers && names.numberedFile) return Kind::mhFolder;
   if (names.eml) return Kind::emlDirectory;
   if (names.msg) return Kind::outlookMessageFolder;
-  const bool containsEMLX = anyInTree(
-      folder, [](const fs::directory_entry& entry) { return entry.path().extension() == ".emlx"; });
-  if (containsEMLX) return Kind::appleMail;
-  if (containsMaildir(folder) || containsMailbox(folder)) return Kind::mboxFolder;
-  if (containsMaildirPlusPlus(folder)) return Kind::maildir;
+  const Tree tree = lookInto(folder);
+  if (tree.emlx) return Kind::appleMail;
+  if (tree.mailboxes) return Kind::mboxFolder;
+  if (holdsMaildirPlusPlus(folder)) return Kind::maildir;
   return names.mbox ? Kind::appleMail : Kind::emlDirectory;
 }
 

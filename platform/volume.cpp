@@ -75,12 +75,6 @@ std::optional<std::uint64_t> freeBytes(const std::filesystem::path& path) {
   return std::uint64_t{info.f_bavail} * info.f_frsize;
 }
 
-std::optional<std::uint64_t> usedBytes(const std::filesystem::path& path) {
-  struct statvfs info {};
-  if (::statvfs(path.c_str(), &info) != 0) return std::nullopt;
-  return std::uint64_t{info.f_blocks - info.f_bfree} * info.f_frsize;
-}
-
 std::string fileSystemName(const std::filesystem::path& path) { return fileSystem(path).name; }
 
 bool isNetworkVolume(const std::filesystem::path& path) { return fileSystem(path).isNetwork; }

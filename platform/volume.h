@@ -16,9 +16,6 @@ bool volumeIsReadOnly(const std::filesystem::path& path);
 /// Bytes this user may still write, quotas not counted; absent when the system does not say.
 std::optional<std::uint64_t> freeBytes(const std::filesystem::path& path);
 
-/// Bytes in use on the volume, by everybody; absent when the system does not say.
-std::optional<std::uint64_t> usedBytes(const std::filesystem::path& path);
-
 /// "ext4", "nfs", "tmpfs" and so on; "unknown" for a type without an entry in the table. Linux
 /// gives ext2, ext3 and ext4 one number: all three are "ext4".
 std::string fileSystemName(const std::filesystem::path& path);

@@ -1,9 +1,12 @@
 #include "query/german_folding.h"
 
+#include <unicode/bytestream.h>
+#include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <unordered_set>
 
 #include "base/text.h"
@@ -90,20 +93,50 @@ std::string_view umlautOf(char first, char second) noexcept {
   }
 }
 
-void appendNew(std::vector<std::string>& list, std::string text) {
-  if (std::find(list.begin(), list.end(), text) == list.end()) list.push_back(std::move(text));
-}
+/// A text in composed form, copied only when it was in another.
+class Composed {
+ public:
+  explicit Composed(std::string_view text) : text_(text) {
+    const auto isAscii = [](char c) { return (c & 0x80) == 0; };
+    const bool fits = text.size() <= std::numeric_limits<std::int32_t>::max();
+    if (!fits || std::all_of(text.begin(), text.end(), isAscii)) return;
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::Normalizer2* const nfc = icu::Normalizer2::getNFCInstance(status);
+    if (U_FAILURE(status)) return;
+    const icu::StringPiece piece(text.data(), static_cast<std::int32_t>(text.size()));
+    if (nfc->isNormalizedUTF8(piece, status) || U_FAILURE(status)) return;
+    icu::StringByteSink<std::string> sink(&composed_);
+    nfc->normalizeUTF8(0, piece, sink, nullptr, status);
+    if (U_SUCCESS(status)) text_ = composed_;
+  }
+  Composed(const Composed&) = delete;  // the view may point into the object
+  Composed& operator=(const Composed&) = delete;
+  operator std::string_view() const noexcept { return text_; }
 
-}  // namespace
+ private:
+  std::string composed_;
+  std::string_view text_;
+};
 
-bool needsExpansion(std::string_view text) noexcept {
+/// What `needsExpansion` tells, of text in composed form.
+bool holdsLetter(std::string_view text) noexcept {
   for (std::size_t at = text.find(kLead); at < text.size(); at = text.find(kLead, at + 1)) {
     if (at + 1 < text.size() && !expansionOf(text[at + 1]).empty()) return true;
   }
   return text.find(kCapitalSharpS) != std::string_view::npos;
 }
 
-std::string expand(std::string_view text) {
+void appendNew(std::vector<std::string>& list, std::string text) {
+  if (std::find(list.begin(), list.end(), text) == list.end()) list.push_back(std::move(text));
+}
+
+}  // namespace
+
+bool needsExpansion(std::string_view text) { return holdsLetter(Composed(text)); }
+
+std::string expand(std::string_view given) {
+  const Composed composed(given);
+  const std::string_view text = composed;
   std::string out;
   out.reserve(text.size());
   for (std::size_t at = 0; at < text.size();) {
@@ -123,9 +156,11 @@ std::string expand(std::string_view text) {
   return out;
 }
 
-std::string indexVariants(std::string_view text, std::size_t limit) {
+std::string indexVariants(std::string_view given, std::size_t limit) {
+  const Composed composed(given);
+  const std::string_view text = composed;
   std::string out;
-  if (!needsExpansion(text)) return out;
+  if (!holdsLetter(text)) return out;
   std::unordered_set<std::string> seen;
   for (std::size_t at = 0; at < text.size() && seen.size() < limit;) {
     const std::size_t end = wordEnd(text, at);
@@ -135,7 +170,7 @@ std::string indexVariants(std::string_view text, std::size_t limit) {
     }
     const std::string_view word = text.substr(at, end - at);
     at = end;
-    if (!needsExpansion(word)) continue;
+    if (!holdsLetter(word)) continue;
     // Two letters at least, for every letter of the table is spelt with two.
     const auto [variant, isNew] = seen.insert(lowercase(expand(word)));
     if (!isNew) continue;
@@ -145,7 +180,9 @@ std::string indexVariants(std::string_view text, std::size_t limit) {
   return out;
 }
 
-std::optional<std::string> contract(std::string_view text, bool includeSharpS) {
+std::optional<std::string> contract(std::string_view given, bool includeSharpS) {
+  const Composed composed(given);
+  const std::string_view text = composed;
   std::string out;
   out.reserve(text.size() + 8);
   bool changed = false;
@@ -178,7 +215,7 @@ std::vector<std::string> contractions(std::string_view word) {
 }
 
 std::vector<std::string> queryVariants(std::string_view word) {
-  std::vector<std::string> list{std::string(word)};
+  std::vector<std::string> list{std::string(Composed(word))};
   appendNew(list, expand(word));
   for (std::string& contracted : contractions(word)) appendNew(list, std::move(contracted));
   return list;

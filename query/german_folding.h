@@ -12,11 +12,13 @@
 /// The full-text tokenizer folds "ü" to "u", which meets neither spelling of the other. So the
 /// index is given the expanded spelling of every word with an umlaut beside the word itself, and a
 /// query asks for a word in every spelling it may have. Texts are UTF-8; ill-formed bytes are
-/// passed through. All functions are pure and linear in their input.
+/// passed through. Texts are read, and results given, in composed form (NFC), so that "u" with a
+/// combining diaeresis is a "ü". All functions are pure and linear in their input.
 namespace ambervane::GermanFolding {
 
-/// Whether `text` holds one of ä ö ü ß å æ ø, in either case. Allocates nothing.
-bool needsExpansion(std::string_view text) noexcept;
+/// Whether `text` holds one of ä ö ü ß å æ ø, in either case. Allocates nothing for
+/// text that is in composed form already.
+bool needsExpansion(std::string_view text);
 
 /// `text` with each such letter spelt out: "Größe" becomes "Groesse", "Ärger" "Aerger".
 std::string expand(std::string_view text);
@@ -34,7 +36,8 @@ std::optional<std::string> contract(std::string_view text, bool includeSharpS = 
 /// What `contract` makes of `word` without and with the sharp s, as far as they differ.
 std::vector<std::string> contractions(std::string_view word);
 
-/// Every spelling to ask for: `word` first, then its expansion, then its contractions, each once.
+/// Every spelling to ask for: `word` itself first, then its expansion, then its contractions, each
+/// once.
 std::vector<std::string> queryVariants(std::string_view word);
 
 }  // namespace ambervane::GermanFolding

@@ -52,10 +52,16 @@ class Catalog {
   void markPackSealed(std::int64_t id, const std::string& sha256, std::int64_t bytes,
                       bool immutable);
   std::vector<PackRow> packs();
+  /// Notes how much of the current pack is durable; a file shorter than that has lost records.
+  void notePackBytes(std::int64_t id, std::int64_t bytes);
+  /// What `notePackBytes` noted last, 0 for nothing.
+  std::int64_t packBytes(std::int64_t id);
   std::int64_t currentPackID();
   void setCurrentPack(std::int64_t id);
-  /// Stores a dictionary under the next identifier, which it returns.
-  std::int64_t storeDictionary(BytesView bytes, std::int64_t samples);
+  /// Stores a dictionary under the next identifier above all known and above `taken`; returns it.
+  std::int64_t storeDictionary(BytesView bytes, std::int64_t samples, std::int64_t taken = 0);
+  /// Puts a dictionary back under the identifier that records name it by.
+  void restoreDictionary(std::int64_t id, BytesView bytes);
   std::optional<Bytes> dictionary(std::int64_t id);
   std::int64_t dictionaryCount();
 
@@ -77,8 +83,8 @@ class Catalog {
   /// Reserves a row, which stays unplaced until `completeMessage`.
   std::int64_t reserveMessage(const std::string& hash);
   void completeMessage(std::int64_t id, const MessageInsert& insert);
-  /// Takes back a row that was reserved and never completed.
-  void discardReserved(std::int64_t id);
+  /// Takes back a row that could not be completed, with all that refers to it.
+  void discardMessage(std::int64_t id);
   std::optional<MessageRow> message(std::int64_t id);
   std::optional<MessageRow> message(std::string_view hash);
   /// Removes rows that were never placed and gives back what they held; returns how many.

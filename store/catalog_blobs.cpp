@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "base/text.h"
 #include "store/catalog.h"
 
@@ -18,6 +20,14 @@ void Catalog::markPackSealed(std::int64_t id, const std::string& sha256, std::in
            {clock_(), sha256, bytes, immutable, id});
 }
 
+void Catalog::notePackBytes(std::int64_t id, std::int64_t bytes) {
+  db_->run("UPDATE pack SET bytes = ? WHERE id = ?", {bytes, id});
+}
+
+std::int64_t Catalog::packBytes(std::int64_t id) {
+  return db_->count("SELECT bytes FROM pack WHERE id = ?", {id});
+}
+
 std::vector<PackRow> Catalog::packs() {
   std::vector<PackRow> packs;
   for (const Row& row : db_->query("SELECT * FROM pack ORDER BY id")) packs.emplace_back(row);
@@ -31,11 +41,17 @@ std::int64_t Catalog::currentPackID() {
 
 void Catalog::setCurrentPack(std::int64_t id) { setMeta("current_pack", std::to_string(id)); }
 
-std::int64_t Catalog::storeDictionary(BytesView bytes, std::int64_t samples) {
-  const std::int64_t id = db_->count("SELECT COALESCE(MAX(id), 0) + 1 FROM dictionary");
+std::int64_t Catalog::storeDictionary(BytesView bytes, std::int64_t samples, std::int64_t taken) {
+  const std::int64_t id =
+      std::max(db_->count("SELECT COALESCE(MAX(id), 0) FROM dictionary"), taken) + 1;
   db_->run("INSERT INTO dictionary(id, created_at, bytes, samples) VALUES(?, ?, ?, ?)",
            {id, clock_(), SQLBytes{bytes}, samples});
   return id;
+}
+
+void Catalog::restoreDictionary(std::int64_t id, BytesView bytes) {
+  db_->run("INSERT OR IGNORE INTO dictionary(id, created_at, bytes, samples) VALUES(?, ?, ?, 0)",
+           {id, clock_(), SQLBytes{bytes}});
 }
 
 std::optional<Bytes> Catalog::dictionary(std::int64_t id) {

@@ -70,8 +70,14 @@ void Catalog::completeMessage(std::int64_t id, const MessageInsert& m) {
        id});
 }
 
-void Catalog::discardReserved(std::int64_t id) {
-  db_->run("DELETE FROM message WHERE id = ? AND pack_id IS NULL", {id});
+void Catalog::discardMessage(std::int64_t id) {
+  db_->run(
+      "UPDATE blob SET refcount = MAX(0, refcount - (SELECT COUNT(*) FROM attachment a WHERE "
+      "a.blob_id = blob.id AND a.message_id = ?1)) WHERE id IN (SELECT blob_id FROM attachment "
+      "WHERE message_id = ?1)",
+      {id});
+  removeFromIndex(id);
+  db_->run("DELETE FROM message WHERE id = ?", {id});
 }
 
 std::optional<MessageRow> Catalog::message(std::int64_t id) {

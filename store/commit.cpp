@@ -88,11 +88,18 @@ class Commit {
       place(*reserved, attachments);
     } catch (const PackError& error) {
       if (!error.is<PackError::TooLarge>()) throw;
-      if (reserved) catalog_.discardReserved(*reserved);
-      return {IngestOutcome::Kind::failed, message_.hash.substr(0, 12) + ": " + error.what()};
+      return discard(reserved, error);
+    } catch (const SQLiteError& error) {
+      if (error.isMediumFailure()) throw;
+      return discard(reserved, error);
     }
     archive_.noteStoredMessage();
     return {IngestOutcome::Kind::stored, ""};
+  }
+
+  IngestOutcome discard(std::optional<std::int64_t> reserved, const std::exception& error) {
+    if (reserved) catalog_.discardMessage(*reserved);
+    return {IngestOutcome::Kind::failed, message_.hash.substr(0, 12) + ": " + error.what()};
   }
 
   std::int64_t commitBlob(const PreparedBlob& blob) {
@@ -102,13 +109,12 @@ class Commit {
     const PackLocation location =
         archive_.packs().append(blob.compressed.payload, blob.compressed.originalLength, flags,
                                 message_.dictionaryID, pack);
-    if (RecoveryIndex* sidecar = archive_.sidecars().of(pack)) {
-      sidecar->appendBlob({.offset = location.offset,
-                           .hash = blob.ref.encodedHash,
-                           .contentHash = blob.ref.contentHash,
-                           .encodedSize = static_cast<std::int64_t>(blob.encodedLength),
-                           .recipe = blob.recipe});
-    }
+    archive_.sidecars().noteBlob(pack,
+                                 {.offset = location.offset,
+                                  .hash = blob.ref.encodedHash,
+                                  .contentHash = blob.ref.contentHash,
+                                  .encodedSize = static_cast<std::int64_t>(blob.encodedLength),
+                                  .recipe = blob.recipe});
     BlobRow row;
     row.hash = blob.ref.encodedHash;
     row.contentHash = blob.ref.contentHash;
@@ -188,17 +194,15 @@ class Commit {
 
   void noteForRecovery(std::int64_t pack, std::int64_t offset, const std::string& ofClass,
                        std::optional<std::int64_t> blockMember) {
-    RecoveryIndex* const sidecar = archive_.sidecars().of(pack);
-    if (sidecar == nullptr) return;
-    sidecar->appendMessage({.offset = offset,
-                            .hash = message_.hash,
-                            .folder = mailbox_.path,
-                            .account = mailbox_.account,
-                            .uid = uid(),
-                            .flags = flagText(message_.source.flags),
-                            .internalDate = message_.source.internalDate,
-                            .retentionClass = ofClass,
-                            .blockMember = blockMember});
+    archive_.sidecars().noteMessage(pack, {.offset = offset,
+                                           .hash = message_.hash,
+                                           .folder = mailbox_.path,
+                                           .account = mailbox_.account,
+                                           .uid = uid(),
+                                           .flags = flagText(message_.source.flags),
+                                           .internalDate = message_.source.internalDate,
+                                           .retentionClass = ofClass,
+                                           .blockMember = blockMember});
   }
 
   void applyMatchingHolds() {

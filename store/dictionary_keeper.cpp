@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <system_error>
 #include <utility>
 
 #include "base/file.h"
@@ -30,11 +32,37 @@ std::filesystem::path DictionaryKeeper::pathOf(std::uint16_t id) const {
 
 void DictionaryKeeper::prepareForWriting() {
   createFolders(folder_);
-  if (activeIdentifier() == 0) {
+  if (activeIdentifier() == 0 && !adoptFromDisk()) {
     store(seedDictionary(), 0);
   } else {
     prepareForReading();
   }
+}
+
+std::vector<std::uint16_t> DictionaryKeeper::identifiersOnDisk() const {
+  std::vector<std::uint16_t> identifiers;
+  std::error_code error;
+  for (std::filesystem::directory_iterator it(folder_, error), end; !error && it != end;
+       it.increment(error)) {
+    const auto id = parseInteger(it->path().stem().native());
+    if (!id || *id < 1 || *id > 0xffff) continue;
+    if (it->path() == pathOf(static_cast<std::uint16_t>(*id))) {
+      identifiers.push_back(static_cast<std::uint16_t>(*id));
+    }
+  }
+  std::sort(identifiers.begin(), identifiers.end());
+  return identifiers;
+}
+
+bool DictionaryKeeper::adoptFromDisk() {
+  const auto identifiers = identifiersOnDisk();
+  if (identifiers.empty()) return false;
+  catalog_.atomically([&] {
+    for (const std::uint16_t id : identifiers) catalog_.restoreDictionary(id, readFile(pathOf(id)));
+    catalog_.setMeta(kActiveKey, std::to_string(identifiers.back()));
+  });
+  prepareForReading();
+  return true;
 }
 
 void DictionaryKeeper::prepareForReading() {
@@ -66,7 +94,8 @@ std::shared_ptr<const Bytes> DictionaryKeeper::dictionary(std::uint16_t id) {
 void DictionaryKeeper::store(BytesView bytes, std::int64_t samples) {
   std::int64_t id = 0;
   catalog_.atomically([&] {
-    id = catalog_.storeDictionary(bytes, samples);
+    const auto onDisk = identifiersOnDisk();
+    id = catalog_.storeDictionary(bytes, samples, onDisk.empty() ? 0 : onDisk.back());
     writeFileAtomically(pathOf(static_cast<std::uint16_t>(id)), bytes);
     catalog_.setMeta(kActiveKey, std::to_string(id));
   });

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "base/bytes.h"
 
@@ -27,7 +28,8 @@ class DictionaryKeeper {
   /// `catalog` must outlive the keeper.
   DictionaryKeeper(Catalog& catalog, std::filesystem::path folder);
 
-  /// Loads the active dictionary, and installs the built-in one in an archive that has none yet.
+  /// Loads the active dictionary; a catalog without one takes those on disk in, or else installs
+  /// the built-in one. No file is ever replaced.
   void prepareForWriting();
   /// Loads the active dictionary and writes nothing.
   void prepareForReading();
@@ -39,6 +41,10 @@ class DictionaryKeeper {
 
  private:
   std::uint16_t activeIdentifier() const;
+  /// The numbers of the files in `dict`, ascending.
+  std::vector<std::uint16_t> identifiersOnDisk() const;
+  /// Takes what lies in `dict` into a catalog that has lost it; false when nothing lies there.
+  bool adoptFromDisk();
   std::filesystem::path pathOf(std::uint16_t id) const;
 
   Catalog& catalog_;

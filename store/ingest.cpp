@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
+#include <utility>
 
 #include "base/text.h"
 #include "platform/volume.h"
@@ -35,9 +37,21 @@ class IngestRun {
   }
 
   void commitBatch(const IngestPipeline::Batch& items) {
-    IngestBatch batch(archive_);
-    for (const auto& item : items) commitItem(*item);
-    batch.finish();
+    const std::int64_t entriesBefore = archive_.journal().count();
+    try {
+      std::optional<IngestBatch> batch(std::in_place, archive_);
+      for (const auto& item : items) {
+        commitItem(*item);
+        if (!archive_.isSealDue()) continue;
+        // A seal counts messages, so those before it must be there to stay.
+        batch->finish();
+        batch.emplace(archive_);
+      }
+      batch->finish();
+    } catch (const std::exception& error) {
+      recordBrokenBatch(entriesBefore, error.what());
+      throw;
+    }
   }
 
   IngestSummary finish(bool cancelled) {
@@ -66,6 +80,25 @@ class IngestRun {
   }
 
  private:
+  /// The journal cannot take back what it says of a batch that was rolled back; it says so instead.
+  void recordBrokenBatch(std::int64_t entriesBefore, const std::string& error) noexcept {
+    try {
+      const std::int64_t entriesAfter = archive_.journal().count();
+      std::map<std::string, std::string> details = {{"error", error}};
+      if (entriesAfter > entriesBefore) {
+        details["note"] = "entries " + std::to_string(entriesBefore + 1) + " to " +
+                          std::to_string(entriesAfter) +
+                          " belong to a batch that was not kept; its messages are not in the "
+                          "archive";
+      }
+      archive_.journal().append(AuditAction::integrityFailed, "import", details);
+      archive_.catalog().finishIngest(logID_, summary_.added, summary_.duplicates, summary_.failed,
+                                      summary_.bytesIn, summary_.bytesOut, "broken off: " + error);
+    } catch (const std::exception&) {
+      // The disk that failed the batch may fail this too; the run's end is told in any case.
+    }
+  }
+
   void commitItem(const IngestPipeline::Item& item) {
     if (item.unreadable) {
       noteFailure(*item.unreadable);
@@ -76,6 +109,7 @@ class IngestRun {
       if (summary_.errors.size() < kMaximumListedNotMail) {
         summary_.errors.push_back(item.name + ": not a mail message");
       }
+      return;
     } else {
       commitMessage(item);
     }
@@ -148,7 +182,9 @@ IngestSummary ingestAll(MailArchive& archive, MessageImporter& importer,
     throw ArchiveError(ArchiveError::EncryptionUnavailable{});
   }
   IngestRun run(archive, options, progress);
-  IngestPipeline pipeline(importer, prepareSettings(archive), shouldCancel);
+  PrepareSettings settings = prepareSettings(archive);
+  settings.preparesWhatIsNotMail = options.archivesFilesThatAreNotMail;
+  IngestPipeline pipeline(importer, std::move(settings), shouldCancel);
   for (auto items = pipeline.next(); !items.empty(); items = pipeline.next()) {
     run.commitBatch(items);
   }
@@ -160,9 +196,6 @@ void requireRoomToAdd(const MailArchive& archive, const std::filesystem::path& s
                       const std::string& label) {
   const auto available = freeBytes(archive.url());
   if (!available) return;
-  // A source cannot be larger than all its volume holds; that spares adding up a million files.
-  const auto bound = usedBytes(source);
-  if (bound && *available >= *bound + kRoomReserve) return;
   const std::uint64_t needed = static_cast<std::uint64_t>(sizeOnDisk(source)) + kRoomReserve;
   if (*available >= needed) return;
   throw ArchiveError(

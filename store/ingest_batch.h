@@ -27,13 +27,16 @@ class IngestBatch {
   IngestBatch& operator=(const IngestBatch&) = delete;
 
   /// Makes everything durable: pack, sidecar, journal, then the catalog's commit. Throws what any
-  /// of them throws; nothing of the batch is in the catalog then.
+  /// of them throws; nothing of the batch is in the catalog then. A seal that has become due is
+  /// written last, so that it counts nothing that could still be taken back.
   void finish() {
     archive_.packs().flush();
-    archive_.sidecars().synchronize();
+    archive_.noteDurablePack();
+    archive_.flushSidecars();
     archive_.journal().endBatch();
     archive_.catalog().commitBatch();
     finished_ = true;
+    archive_.sealIfDue();
   }
 
  private:

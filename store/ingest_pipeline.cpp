@@ -7,6 +7,9 @@
 namespace ambervane {
 namespace {
 
+/// Thrown through a source to stop it where it takes no answer.
+struct StopReading {};
+
 /// Where a message came from: its file, and its number when the file holds several.
 std::string itemName(const SourceMessage& message) {
   if (!message.originPath) return message.sourceIdentifier.value_or(message.folderPath);
@@ -45,8 +48,10 @@ void IngestPipeline::read() {
                              [this](const std::string& reason) {
                                auto item = std::make_unique<Item>();
                                item->unreadable = reason;
-                               add(std::move(item));
+                               if (!mayGoOn() || !add(std::move(item))) throw StopReading();
                              });
+  } catch (const StopReading&) {
+    // Cancelled, or nobody wants more.
   } catch (...) {
     failure = std::current_exception();
   }
@@ -57,12 +62,15 @@ void IngestPipeline::read() {
   changed_.notify_all();
 }
 
+bool IngestPipeline::mayGoOn() {
+  const bool cancel = shouldCancel_ && shouldCancel_();
+  const std::lock_guard lock(mutex_);
+  cancelled_ = cancelled_ || cancel;
+  return !cancel && !abandoned_;
+}
+
 bool IngestPipeline::take(SourceMessage&& message) {
-  if (shouldCancel_ && shouldCancel_()) {
-    const std::lock_guard lock(mutex_);
-    cancelled_ = true;
-    return false;
-  }
+  if (!mayGoOn()) return false;
   auto item = std::make_unique<Item>();
   item->name = itemName(message);
   item->bytes = message.raw.size();
@@ -84,13 +92,20 @@ bool IngestPipeline::take(SourceMessage&& message) {
   // The task owns the bytes until they are prepared; the item's address stays.
   auto source = std::make_shared<SourceMessage>(std::move(message));
   item->done = pool_.submit([this, source, target = item.get()] {
-    target->prepared = prepareOne(std::move(*source), settings_);
+    try {
+      target->prepared = prepareOne(std::move(*source), settings_);
+    } catch (const std::exception& error) {
+      // Want of memory for one huge message is no reason to lose those behind it.
+      target->unreadable = target->name + ": " + error.what();
+    }
   });
-  add(std::move(item));
-  return assembling_.size() < batchMessages() || handOver();
+  return add(std::move(item));
 }
 
-void IngestPipeline::add(std::unique_ptr<Item> item) { assembling_.push_back(std::move(item)); }
+bool IngestPipeline::add(std::unique_ptr<Item> item) {
+  assembling_.push_back(std::move(item));
+  return assembling_.size() < batchMessages() || handOver();
+}
 
 bool IngestPipeline::handOver() {
   std::unique_lock lock(mutex_);

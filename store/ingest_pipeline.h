@@ -33,7 +33,7 @@ class IngestPipeline {
   struct Item {
     std::string name;  ///< for people
     std::size_t bytes = 0;
-    std::optional<std::string> unreadable;    ///< the source's words for a damaged item
+    std::optional<std::string> unreadable;    ///< why the item could not be read or prepared
     std::optional<PreparedMessage> prepared;  ///< absent for an empty message
     std::string folderPath;
     std::future<void> done;  ///< `prepared` may be looked at after it
@@ -57,8 +57,11 @@ class IngestPipeline {
 
  private:
   void read();
+  /// False when cancelled or when nobody wants more.
+  bool mayGoOn();
   bool take(SourceMessage&& message);
-  void add(std::unique_ptr<Item> item);
+  /// Adds to the batch in hand and hands a full one over; false when nobody wants more.
+  bool add(std::unique_ptr<Item> item);
   /// Hands the batch over and waits for room; false when nobody wants more.
   bool handOver();
 

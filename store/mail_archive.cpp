@@ -43,15 +43,29 @@ bool isWriteProtected(const fs::path& path) {
   return (status.permissions() & fs::perms::owner_write) == fs::perms::none || isImmutable(path);
 }
 
-/// The highest pack number in the folder, 0 when there is none.
-std::int64_t highestPack(const fs::path& folder) {
-  std::int64_t highest = 0;
+/// The numbers of the pack files in the folder, ascending. A file counts by its exact name and its
+/// first bytes, so that a stray one cannot lead the numbering astray.
+std::vector<std::int64_t> packsOnDisk(const fs::path& folder) {
+  std::vector<std::int64_t> packs;
   std::error_code error;
   for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
-    if (it->path().extension() != ".pack") continue;
-    highest = std::max(highest, parseInteger(it->path().stem().native()).value_or(0));
+    const auto id = parseInteger(it->path().stem().native());
+    if (!id || *id < 1 || it->path().filename() != PackStore::packName(*id)) continue;
+    try {
+      if (MappedFile::open(it->path())->bytes().starts_with(kPackMagic)) packs.push_back(*id);
+    } catch (const FileError&) {
+      packs.push_back(*id);  // there, and not to be read: its number is taken all the same
+    }
   }
-  return highest;
+  std::sort(packs.begin(), packs.end());
+  return packs;
+}
+
+/// "name.tmp-123", left by a process that died while it replaced "name".
+bool isTemporaryName(const std::string& name) {
+  const auto at = name.rfind(".tmp-");
+  return at != std::string::npos && at + 5 < name.size() &&
+         std::all_of(name.begin() + static_cast<std::ptrdiff_t>(at) + 5, name.end(), isAsciiDigit);
 }
 
 }  // namespace
@@ -144,6 +158,12 @@ void MailArchive::keepFormatDescriptionCurrent() {
 
 void MailArchive::openParts() {
   const fs::path catalogPath = url_ / "catalog.sqlite";
+  std::error_code missing;
+  if (!fs::exists(catalogPath, missing) && !packsOnDisk(url_ / "packs").empty()) {
+    notices_.emplace_back(
+        "The catalog is missing. The mail is still in the pack files, but it cannot be found until "
+        "the catalog is rebuilt from them.");
+  }
   if (readOnly_) {
     catalog_ = Catalog::reading(catalogPath, storage_ == StorageAccess::readOnlyMedium);
   } else {
@@ -167,6 +187,7 @@ void MailArchive::openParts() {
 }
 
 void MailArchive::prepareForWriting() {
+  removeTemporaryFiles();
   createFolders(url_ / "export");
   dictionaries_->prepareForWriting();
   if (const std::int64_t swept = catalog_->sweepIncompleteMessages(); swept > 0) {
@@ -176,50 +197,100 @@ void MailArchive::prepareForWriting() {
   settleCurrentPack();
 }
 
-void MailArchive::settleCurrentPack() {
-  currentPack_ = catalog_->currentPackID();
-  // A crash between sealing a full pack on disk and the catalog's commit leaves a pack that is
-  // write-protected, or overtaken by a higher one, and not yet sealed in the catalog.
-  const std::int64_t highest = highestPack(url_ / "packs");
-  while (currentPack_ < highest || isWriteProtected(packs_->packURL(currentPack_))) {
-    rollOver(currentPack_);
+void MailArchive::removeTemporaryFiles() {
+  for (const char* folder : {"", "packs", "dict", "keys", "chain", "chain/seals"}) {
+    std::error_code error;
+    for (fs::directory_iterator it(*folder == '\0' ? url_ : url_ / folder, error), end;
+         !error && it != end; it.increment(error)) {
+      std::error_code ignored;
+      if (isTemporaryName(it->path().filename().native())) fs::remove(it->path(), ignored);
+    }
   }
-  packs_->openForWriting(currentPack_);
-  catalog_->registerPack(currentPack_);
 }
 
-void MailArchive::rollOver(std::int64_t packID) {
-  sidecars_->synchronize();
-  std::error_code ignored;
-  if (fs::exists(packs_->packURL(packID), ignored)) {
-    const auto sealed = packs_->seal(packID, policy().wormEnforcement);
-    catalog_->registerPack(packID);
-    catalog_->markPackSealed(packID, sealed.sha256, sealed.bytes, sealed.immutable);
-    journal_->append(AuditAction::packSealed, PackStore::packName(packID),
-                     {{"sha256", sealed.sha256}, {"bytes", std::to_string(sealed.bytes)}});
+void MailArchive::settleCurrentPack() {
+  currentPack_ = catalog_->currentPackID();
+  const auto onDisk = packsOnDisk(url_ / "packs");
+  const std::int64_t highest = onDisk.empty() ? 0 : onDisk.back();
+  if (isCurrentPackCutShort()) {
+    // Appending to it would put new records where old rows point.
+    const std::string name = PackStore::packName(currentPack_);
+    journal_->append(AuditAction::integrityFailed, name,
+                     {{"problem", "the pack file is missing or shorter than the catalog says"},
+                      {"expected_bytes", std::to_string(catalog_->packBytes(currentPack_))}});
+    notices_.push_back("The pack file " + name +
+                       " is missing or shorter than it was; messages in it may be lost. Restore it "
+                       "from a backup.");
+    switchToPack(std::max(highest, currentPack_) + 1);
+    return;
   }
-  const std::int64_t next = packID + 1;
-  catalog_->setCurrentPack(next);
-  catalog_->registerPack(next);
-  packs_->openForWriting(next);
-  currentPack_ = next;
+  // A crash between sealing a full pack on disk and the catalog's commit leaves a pack that is
+  // write-protected, or overtaken by higher ones, and not yet sealed in the catalog.
+  for (const std::int64_t pack : onDisk) {
+    if (pack < currentPack_) continue;
+    if (pack < highest || isWriteProtected(packs_->packURL(pack))) sealPack(pack);
+  }
+  const bool isFree = !isWriteProtected(packs_->packURL(std::max(highest, currentPack_)));
+  switchToPack(std::max(highest, currentPack_) + (isFree ? 0 : 1));
+}
+
+bool MailArchive::isCurrentPackCutShort() {
+  const std::int64_t expected = catalog_->packBytes(currentPack_);
+  if (expected == 0) return false;
+  std::error_code error;
+  const auto size = fs::file_size(packs_->packURL(currentPack_), error);
+  return error || static_cast<std::int64_t>(size) < expected;
+}
+
+void MailArchive::sealPack(std::int64_t packID) {
+  const auto sealed = packs_->seal(packID, policy().wormEnforcement);
+  catalog_->registerPack(packID);
+  catalog_->markPackSealed(packID, sealed.sha256, sealed.bytes, sealed.immutable);
+  journal_->append(AuditAction::packSealed, PackStore::packName(packID),
+                   {{"sha256", sealed.sha256}, {"bytes", std::to_string(sealed.bytes)}});
+}
+
+void MailArchive::switchToPack(std::int64_t packID) {
+  packs_->openForWriting(packID);
+  if (catalog_->currentPackID() != packID) catalog_->setCurrentPack(packID);
+  catalog_->registerPack(packID);
+  currentPack_ = packID;
 }
 
 std::int64_t MailArchive::nextPack(std::int64_t size) {
   if (readOnly_) throw ArchiveError(ArchiveError::ReadOnly{});
-  if (packs_->needsRollover(size)) rollOver(currentPack_);
+  if (packs_->needsRollover(size)) {
+    flushSidecars();
+    sealPack(currentPack_);
+    switchToPack(currentPack_ + 1);
+  }
   return currentPack_;
 }
 
 void MailArchive::synchronize() {
   packs_->flush();
-  sidecars_->synchronize();
+  flushSidecars();
   journal_->flush();
+}
+
+void MailArchive::flushSidecars() {
+  sidecars_->synchronize();
+  if (const auto failure = sidecars_->takeFailure()) {
+    journal_->append(
+        AuditAction::integrityFailed, "recovery-index",
+        {{"error", *failure},
+         {"note", "messages stored now cannot be found again if the catalog is lost as well"}});
+    notices_.push_back("A recovery sidecar could not be written: " + *failure);
+  }
+}
+
+void MailArchive::noteDurablePack() {
+  catalog_->notePackBytes(currentPack_, packs_->openForWriting(currentPack_));
 }
 
 ChainSeal MailArchive::sealNow() {
   if (readOnly_) throw ArchiveError(ArchiveError::ReadOnly{});
-  // A seal must never anchor an entry, or count a message, that a crash could still take away.
+  // A seal must never anchor an entry that a crash could still take away.
   synchronize();
   return writeSeal();
 }
@@ -236,14 +307,13 @@ ChainSeal MailArchive::writeSeal() {
   return seal;
 }
 
-void MailArchive::noteStoredMessage() {
-  ++entriesSinceSeal_;
-  if (readOnly_ || entriesSinceSeal_ < policy().sealEveryEntries) return;
+void MailArchive::sealIfDue() {
+  if (!isSealDue() || catalog_->batchDepth() > 0) return;
   synchronize();
   try {
     writeSeal();
   } catch (const TranslatableError&) {
-    // The count stays, so the next message tries again; a run's end seals in any case.
+    // The count stays, so the next batch tries again; a run's end seals in any case.
   }
 }
 
@@ -251,11 +321,11 @@ void MailArchive::close() {
   std::exception_ptr failure;
   try {
     packs_->flush();
-    sidecars_->synchronize();
   } catch (const std::exception&) {
     // Whatever was acknowledged was flushed at the end of its batch.
     failure = std::current_exception();
   }
+  if (!readOnly_) flushSidecars();
   sidecars_.reset();
   packs_.reset();
   journal_.reset();

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/date.h"
 #include "evidence/audit_journal.h"
@@ -69,6 +70,8 @@ class MailArchive {
   Date now() const { return environment_.clock(); }
 
   bool readOnly() const noexcept { return readOnly_; }
+  /// What the opening found amiss and went on from, in sentences for people.
+  const std::vector<std::string>& notices() const noexcept { return notices_; }
   StorageAccess storage() const noexcept { return storage_; }
   /// Set when a newer build wrote the archive, which then is open read-only.
   const std::optional<std::string>& newerFormatNotice() const noexcept {
@@ -84,23 +87,33 @@ class MailArchive {
   /// Throws ArchiveError (ReadOnly).
   std::int64_t nextPack(std::int64_t size);
 
-  /// Makes pack, sidecar and journal durable, in this order. Throws what any of them throws.
+  /// Makes pack, sidecar and journal durable, in this order. Throws what pack or journal throw.
   void synchronize();
+  /// Flushes the sidecars; the first failure among them is journalled.
+  void flushSidecars();
+  /// Notes in the catalog up to where the current pack, just flushed, holds records.
+  void noteDurablePack();
 
   /// Writes a seal over the journal as it stands, records that, and starts counting anew. Throws
   /// ArchiveError (ReadOnly), FileError.
   ChainSeal sealNow();
-  /// Counts one stored message, and seals when the policy's interval is reached; a failure to seal
-  /// is passed over, since the next count tries again. Throws what `synchronize` throws.
-  void noteStoredMessage();
+  /// Counts one stored message towards the next seal.
+  void noteStoredMessage() noexcept { ++entriesSinceSeal_; }
+  bool isSealDue() const noexcept { return entriesSinceSeal_ >= policy().sealEveryEntries; }
+  /// Seals when the policy's interval is reached and no batch is open; a failure to write the seal
+  /// is passed over, since the next batch tries again. Throws what `synchronize` throws.
+  void sealIfDue();
 
  private:
   void decideMode(OpenMode mode);
   void keepFormatDescriptionCurrent();
   void openParts();
   void prepareForWriting();
+  void removeTemporaryFiles();
   void settleCurrentPack();
-  void rollOver(std::int64_t packID);
+  bool isCurrentPackCutShort();
+  void sealPack(std::int64_t packID);
+  void switchToPack(std::int64_t packID);
   ChainSeal writeSeal();
 
   std::filesystem::path url_;
@@ -117,6 +130,7 @@ class MailArchive {
   std::unique_ptr<AuditJournal> journal_;
   std::unique_ptr<Sealer> sealer_;
   std::unique_ptr<DictionaryKeeper> dictionaries_;
+  std::vector<std::string> notices_;
   std::int64_t entriesSinceSeal_ = 0;
   std::int64_t currentPack_ = 0;
 };

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <functional>
+#include <string_view>
+#include <unordered_map>
 #include <variant>
 
 #include "mailcore/parsed_message.h"
@@ -59,6 +61,13 @@ Bytes reassemble(MailArchive& archive, const MessageRow& row,
   return raw;
 }
 
+/// A read is proved by its length: a record of another message would betray itself here.
+void requireWhole(const MessageRow& row, const Bytes& raw) {
+  if (static_cast<std::int64_t>(raw.size()) != row.size) {
+    corrupt(fmt::format("message {} is {} bytes, expected {}", row.id, raw.size(), row.size));
+  }
+}
+
 }  // namespace
 
 Bytes decodedRecordPayload(MailArchive& archive, const MessageRow& row,
@@ -86,9 +95,11 @@ Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expe
 }
 
 Bytes rawMessage(MailArchive& archive, const MessageRow& row) {
-  return reassemble(archive, row, [&archive](const MessageRecord::Blob& blob) {
+  Bytes raw = reassemble(archive, row, [&archive](const MessageRecord::Blob& blob) {
     return blobBytes(archive, blob.hash, blob.length);
   });
+  requireWhole(row, raw);
+  return raw;
 }
 
 Bytes rawMessageForDisplay(MailArchive& archive, const MessageRow& row,
@@ -103,17 +114,29 @@ Bytes rawMessageForDisplay(MailArchive& archive, const MessageRow& row,
   });
 }
 
+void forEachAttachment(MailArchive& archive, const MessageRow& row,
+                       const std::function<void(const AttachmentRow&, Bytes&&)>& body) {
+  const Bytes raw = rawMessage(archive, row);
+  const ParsedMessage parsed(raw);
+  std::unordered_map<std::string_view, const MIMEPart*> parts;
+  parsed.root().walk([&parts](const MIMEPart& part) { parts.emplace(part.section(), &part); });
+  for (const AttachmentRow& attachment : archive.catalog().attachments(row.id)) {
+    const auto part = parts.find(attachment.section);
+    if (part == parts.end()) {
+      corrupt(fmt::format("message {} has no section {}", row.id, attachment.section));
+    }
+    body(attachment, part->second->decodedBody(raw).take());
+  }
+}
+
 Bytes attachmentData(MailArchive& archive, const AttachmentRow& attachment) {
   const auto row = archive.catalog().message(attachment.messageID);
   if (!row) throw ArchiveError(ArchiveError::MessageMissing{attachment.messageID});
-  const Bytes raw = rawMessage(archive, *row);
-  const ParsedMessage parsed(raw);
-  const MIMEPart* const part = parsed.root().findFirst(
-      [&attachment](const MIMEPart& p) { return p.section() == attachment.section; });
-  if (part == nullptr) {
-    corrupt(fmt::format("message {} has no section {}", row->id, attachment.section));
-  }
-  return part->decodedBody(raw).take();
+  Bytes data;
+  forEachAttachment(archive, *row, [&](const AttachmentRow& each, Bytes&& bytes) {
+    if (each.id == attachment.id) data = std::move(bytes);
+  });
+  return data;
 }
 
 }  // namespace ambervane

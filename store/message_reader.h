@@ -2,6 +2,7 @@
 #define AMBERVANE_STORE_MESSAGE_READER_H_
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
@@ -31,7 +32,11 @@ Bytes decodedRecordPayload(MailArchive& archive, const MessageRow& row,
 /// any.
 Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expectedEncodedLength);
 
-/// The decoded content of an attachment.
+/// Hands out the decoded content of every attachment of a message, reading the message once.
+void forEachAttachment(MailArchive& archive, const MessageRow& row,
+                       const std::function<void(const AttachmentRow&, Bytes&&)>& body);
+
+/// The decoded content of one attachment.
 Bytes attachmentData(MailArchive& archive, const AttachmentRow& attachment);
 
 }  // namespace ambervane

@@ -156,8 +156,9 @@ std::optional<PreparedMessage> prepareOne(SourceMessage source, const PrepareSet
   PreparedMessage out;
   out.source = std::move(source);
   out.size = raw.size();
-  out.hash = sha256Hex(raw);
   out.looksLikeMail = looksLikeMail(raw);
+  if (!out.looksLikeMail && !settings.preparesWhatIsNotMail) return out;
+  out.hash = sha256Hex(raw);
   out.dictionaryID = settings.dictionary.id;
 
   const ParsedMessage parsed(raw);

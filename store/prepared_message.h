@@ -20,6 +20,7 @@ struct PrepareSettings {
   Dictionary dictionary;
   CompressionEffort effort = CompressionEffort::balanced;
   std::int64_t extractionThreshold = 4096;  ///< encoded bytes from which an attachment is a blob
+  bool preparesWhatIsNotMail = true;        ///< else such bytes are only recognised
 };
 
 /// An attachment that leaves its message's record.
@@ -41,10 +42,10 @@ struct EnvelopeFields {
 
 /// Everything about one message that can be worked out without the archive.
 struct PreparedMessage {
-  SourceMessage source;  ///< its raw bytes are given up
-  std::size_t size = 0;  ///< of the raw bytes
-  std::string hash;      ///< SHA-256 of the raw bytes, lower-case hexadecimal
-  bool looksLikeMail = true;
+  SourceMessage source;       ///< its raw bytes are given up
+  std::size_t size = 0;       ///< of the raw bytes
+  std::string hash;           ///< SHA-256 of the raw bytes, lower-case hexadecimal
+  bool looksLikeMail = true;  ///< when false, the fields below may not be filled in
   std::vector<PreparedBlob> extracted;
   std::vector<AttachmentRef> inlineAttachments;  ///< those that stay in the record
   CompressedRecord record;

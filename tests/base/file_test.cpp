@@ -68,6 +68,16 @@ TEST(File, modesAndErrorsNameTheFile) {
   }
 }
 
+TEST(File, theUsersUmaskHolds) {
+  const ScratchFolder folder;
+  const mode_t before = ::umask(077);
+  writeFileAtomically(folder / "private", "x");
+  ::umask(before);
+  struct stat info {};
+  ASSERT_EQ(::stat((folder / "private").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600U);
+}
+
 TEST(File, mapping) {
   const ScratchFolder folder;
   writeFileAtomically(folder / "empty", "");

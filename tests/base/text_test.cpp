@@ -50,6 +50,7 @@ TEST(Text, foldingAndCase) {
   EXPECT_EQ(lowercase("ÄPFEL Straße"), "äpfel straße");
   EXPECT_TRUE(containsIgnoringCase("Die STRASSE", "straße"));
   EXPECT_TRUE(containsIgnoringCase("INBOX/Archiv", "inbox"));
+  EXPECT_TRUE(containsIgnoringCase("Archiv/Lo\u0308hne", "LÖHNE"));
   EXPECT_FALSE(containsIgnoringCase("INBOX", "outbox"));
 }
 

@@ -168,6 +168,64 @@ TEST(Ingest, sealsAtThePolicysInterval) {
   EXPECT_EQ(counts, (std::vector<std::int64_t>{0, 10, 20, 25}));
 }
 
+TEST(Ingest, aSidecarThatCannotBeWrittenStopsNothingAndIsTold) {
+  TestArchive archive;
+  std::filesystem::remove(archive.path() / "packs/00000001.idx");
+  std::filesystem::create_symlink("/dev/full", archive.path() / "packs/00000001.idx");
+  EXPECT_EQ(archive.ingest({plainMail(1)}).added, 1);
+  EXPECT_EQ(stored(archive, 1), plainMail(1));
+  ASSERT_EQ(archive.entries(AuditAction::integrityFailed).size(), 1U);
+  EXPECT_EQ(archive.entries(AuditAction::integrityFailed)[0].subject, "recovery-index");
+}
+
+TEST(Ingest, aBrokenBatchIsCorrectedInTheJournal) {
+  TestArchive archive;
+  archive->catalog().database().execute(
+      "CREATE TRIGGER t BEFORE INSERT ON message WHEN (SELECT COUNT(*) FROM message) = 2 BEGIN "
+      "INSERT INTO hold(id, payload, created_at) VALUES('h', '{}', 1); END");
+  EXPECT_THROW(archive.ingest({plainMail(1), plainMail(2), plainMail(3)}), ArchiveError);
+  const auto entries = archive.entries(AuditAction::integrityFailed);
+  ASSERT_EQ(entries.size(), 1U);
+  EXPECT_EQ(entries[0].subject, "import");
+  EXPECT_EQ(entries[0].details.at("note"),
+            "entries 4 to 5 belong to a batch that was not kept; its messages are not in the "
+            "archive");
+  EXPECT_EQ(archive->catalog().stats().messages, 0);
+  EXPECT_TRUE(archive->journal().verify().ok);
+}
+
+TEST(Ingest, oneMessageTheCatalogRefusesIsLeftOutWhole) {
+  TestArchive archive;
+  archive->catalog().database().execute(
+      "CREATE TRIGGER t BEFORE INSERT ON message_header WHEN NEW.value = 'Offerte 2' BEGIN SELECT "
+      "RAISE(ABORT, 'no'); END");
+  const Bytes file = noise(9000);
+  const IngestSummary summary =
+      archive.ingest({mailWithFiles(1, {{"a", file}}), mailWithFiles(2, {{"a", file}}),
+                      mailWithFiles(3, {{"a", file}})});
+  EXPECT_EQ(summary.added, 2);
+  EXPECT_EQ(summary.failed, 1);
+  EXPECT_EQ(
+      archive->catalog()
+          .blob(archive->catalog().database().query("SELECT hash FROM blob").front().string("hash"))
+          ->refcount,
+      2);
+  EXPECT_EQ(archive->catalog().stats().attachments, 2);
+}
+
+TEST(Ingest, aSourceFullOfUnreadableItemsCanBeCancelled) {
+  TestArchive archive;
+  MemoryImporter importer({plainMail(1)});
+  importer.unreadableItems.assign(5000, "/mail/x: Permission denied");
+  IngestOptions options;
+  options.accountName = "a";
+  std::atomic<int> asked{0};
+  const IngestSummary summary = ingestAll(
+      *archive, importer, options, [&asked] { return ++asked > 100; }, nullptr);
+  EXPECT_TRUE(summary.cancelled);
+  EXPECT_EQ(summary.failed, 99);
+}
+
 TEST(Ingest, badItemsAreCountedAndTheRestGoesOn) {
   TestArchive archive;
   MemoryImporter importer({plainMail(1), "", "just text\nNote: nothing\n", plainMail(2)});

@@ -1,5 +1,6 @@
 #include "store/mail_archive.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include "platform/immutable_flag.h"
 #include "store/archive_error.h"
 #include "store/message_reader.h"
+#include "store/pack_error.h"
 #include "tests/support/mail_builder.h"
 #include "tests/support/test_archive.h"
 
@@ -185,6 +187,59 @@ TEST(MailArchive, readingCreatesNothing) {
   EXPECT_THROW(archive.ingest({plainMail(2)}), ArchiveError);
   archive.close();
   EXPECT_EQ(filesBelow(archive.path()), before);
+}
+
+TEST(MailArchive, aPackThatLostItsEndTakesNoMoreRecords) {
+  for (const bool missing : {true, false}) {
+    SCOPED_TRACE(missing);
+    TestArchive archive;
+    archive.ingest({plainMail(1)});
+    archive.close();
+    const fs::path pack = archive.path() / "packs/00000001.pack";
+    if (missing) {
+      fs::remove(pack);
+    } else {
+      fs::resize_file(pack, 16);
+    }
+    archive.reopen();
+    ASSERT_EQ(archive->notices().size(), 1U);
+    EXPECT_EQ(archive.entries(AuditAction::integrityFailed).size(), 1U);
+    archive.ingest({plainMail(2)});
+    EXPECT_EQ(archive->catalog().message(2)->packID, 2);
+    EXPECT_THROW(rawMessage(*archive, *archive->catalog().message(1)), PackError);
+    EXPECT_EQ(rawMessage(*archive, *archive->catalog().message(2)), plainMail(2));
+    archive.reopen();
+    EXPECT_TRUE(archive->notices().empty());
+  }
+}
+
+TEST(MailArchive, strayFilesDoNotLeadThePacksAstray) {
+  TestArchive archive;
+  archive.ingest({plainMail(1)});
+  archive.close();
+  for (const char* name : {"00000300.pack", "9223372036854775807.pack", "7.pack", "x.pack"}) {
+    writeFileAtomically(archive.path() / "packs" / name, "");
+  }
+  writeFileAtomically(archive.path() / "chain/seals/00000009.seal.json.tmp-123", "half");
+  archive.reopen();
+  EXPECT_EQ(archive->catalog().currentPackID(), 1);
+  EXPECT_FALSE(fs::exists(archive.path() / "chain/seals/00000009.seal.json.tmp-123"));
+}
+
+TEST(MailArchive, aLostCatalogIsToldAndItsDictionariesAreTakenBack) {
+  TestArchive archive;
+  archive.ingest({plainMail(1)});
+  archive.close();
+  writeFileAtomically(archive.path() / "dict/00002.dict", "trained");
+  fs::remove(archive.path() / "catalog.sqlite");
+  archive.reopen();
+  ASSERT_EQ(archive->notices().size(), 1U);
+  EXPECT_THAT(archive->notices()[0], testing::StartsWith("The catalog is missing."));
+  EXPECT_EQ(archive->dictionaries().active().id, 2);
+  EXPECT_EQ(archive->dictionaries().active().view(), "trained");
+  archive->dictionaries().store("third", 5);
+  EXPECT_EQ(readFile(archive.path() / "dict/00002.dict"), "trained");
+  EXPECT_EQ(readFile(archive.path() / "dict/00003.dict"), "third");
 }
 
 TEST(MailArchive, sweepsWhatACrashReserved) {
