@@ -106,45 +106,22 @@ TEST(DecodeAuditEntry, acceptsOnlyEntries) {
     std::string from, to;  ///< put into the first line
     bool accepted;
   } kCases[] = {
-      {"carriageReturn", "130.25}", "130.25}\r", true},
       {"otherOrderAndBlanks", R"({"action":"archive.created","actor":"anna@buero",)",
        R"({ "actor" : "anna@buero", "action":"archive.created",)", true},
-      {"unicodeEscapes", "anna@buero", R"(\u0061nna@b\u0075ero)", true},
       {"wholeNumberTime", "1772360130.25", "1772360130", true},
       {"nullSubject", R"("seq")", R"("subject":null,"seq")", true},
-      {"unknownKey", R"("seq")",
-       R"("later":{"seq":[9,{"seq":"x"},null,true,1.5],"details":7},"seq")", true},
       {"deepUnknownKey", R"("seq")", R"("later":)" + nested + R"(,"seq")", true},
-      {"negativeSeq", R"("seq":1)", R"("seq":-9223372036854775808)", true},
       {"seqTooLarge", R"("seq":1)", R"("seq":9223372036854775808)", false},
-      {"seqFraction", R"("seq":1)", R"("seq":1.0)", false},
-      {"seqText", R"("seq":1)", R"("seq":"1")", false},
       {"seqTwice", R"("seq":1)", R"("seq":2,"seq":1)", false},
-      {"seqMissing", R"("seq":1,)", "", false},
-      {"timeMissing", R"(,"timestamp":1772360130.25)", "", false},
-      {"timeText", "1772360130.25", R"("2026-03-01")", false},
       {"timeEndless", "1772360130.25", "1e999", false},
-      {"timeNull", "1772360130.25", "null", false},
       {"actionUnknown", "archive.created", "archive.invented", false},
-      {"actionNumber", R"("archive.created")", "1", false},
       {"actorMissing", R"("actor":"anna@buero",)", "", false},
-      {"actorNull", R"("anna@buero")", "null", false},
-      {"actorObject", R"("anna@buero")", R"({"a":"b"})", false},
       {"subjectNumber", R"("seq")", R"("subject":1,"seq")", false},
-      {"detailsMissing", R"("details":{},)", "", false},
-      {"detailsArray", R"("details":{})", R"("details":[])", false},
-      {"detailsNull", R"("details":{})", R"("details":null)", false},
       {"detailNumber", R"("details":{})", R"("details":{"a":1})", false},
-      {"detailNull", R"("details":{})", R"("details":{"a":null})", false},
-      {"detailObject", R"("details":{})", R"("details":{"a":{}})", false},
       {"detailTwice", R"("details":{})", R"("details":{"a":"1","a":"2"})", false},
-      {"hashMissing", R"("entryHash")", R"("entryhash")", false},
       {"linkMissing", R"("previousHash")", R"("previoushash")", false},
       {"illFormedText", "anna", "ann\xff", false},
-      {"rawLineFeed", "anna", "an\nna", false},
       {"textBehind", "130.25}", "130.25}}", false},
-      {"zerosBehind", "130.25}", std::string("130.25}\0\0", 9), false},
-      {"array", R"({"action")", R"([{"action")", false},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);
@@ -155,13 +132,6 @@ TEST(DecodeAuditEntry, acceptsOnlyEntries) {
   }
   for (const char* other : {"null", "7", "\"text\"", "[]", "{}", "[[[", "tru"}) {
     EXPECT_FALSE(decodeAuditEntry(other)) << other;
-  }
-}
-
-TEST(DecodeAuditEntry, everyCutLineIsRefused) {
-  const std::string line = encodeAuditEntry(secondEntry());
-  for (std::size_t length = 0; length < line.size(); ++length) {
-    EXPECT_FALSE(decodeAuditEntry(line.substr(0, length))) << length;
   }
 }
 

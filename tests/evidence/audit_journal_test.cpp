@@ -258,17 +258,6 @@ TEST_F(AuditJournalTest, batchFlushesOnce) {
   EXPECT_EQ(steps, "wswwswsws");
 }
 
-TEST_F(AuditJournalTest, twoWritersTakeTurns) {
-  AuditJournal a = make();
-  AuditJournal b = make();
-  a.beginBatch();
-  for (std::int64_t seq = 1; seq <= 20; ++seq) {
-    AuditJournal& journal = seq % 3 == 0 ? a : b;
-    EXPECT_EQ(journal.append(AuditAction::noteAdded).seq, seq);
-  }
-  EXPECT_TRUE(a.verify().ok);
-}
-
 TEST_F(AuditJournalTest, processesTakeTurns) {
   constexpr int kProcesses = 4;
   constexpr int kEntries = 150;

@@ -24,6 +24,7 @@ TEST(AddressParser, parseList) {
       {"commentWithComma", "j@x (Doe, Jane), b@y", {{"Doe, Jane", "j@x", {}}, {{}, "b@y", {}}}},
       {"commentBeforeAngle", "Jane (not J(o)hn) Doe <j@x>", {{"Jane  Doe", "j@x", {}}}},
       {"commentInQuotesStays", "\"Jane (home)\" <j@x>", {{"Jane (home)", "j@x", {}}}},
+      {"quoteInCommentHidesItsEnd", "Jane (a \"b) c\" d) Doe <j@x>", {{"Jane  Doe", "j@x", {}}}},
       {"emptyGroup", "undisclosed-recipients:;", {}},
       {"group", "team: a@x, b@x; c@y", {{{}, "a@x", "team"}, {{}, "b@x", "team"}, {{}, "c@y", {}}}},
       {"groupWithEmptyMember", "team: <>;", {{{}, "", "team"}}},
@@ -55,12 +56,6 @@ TEST(AddressParser, longGroupNameIsCut) {
   const auto list = AddressParser::parseList(name + ": a@x, b@x;");
   ASSERT_EQ(list.size(), 2U);
   EXPECT_EQ(list[1].group, name.substr(0, AddressParser::kMaxGroupCharacters));
-}
-
-TEST(AddressParser, longListIsRead) {
-  std::string text;
-  for (int i = 0; i < 100'000; ++i) text += "\"n\" <a@b>, ";
-  EXPECT_EQ(AddressParser::parseList(text).size(), 100'000U);
 }
 
 TEST(MailAddress, derived) {

@@ -4,7 +4,6 @@
 
 #include <string>
 
-#include "base/text.h"
 #include "mailcore/html_entities.h"
 
 namespace ambervane {
@@ -36,8 +35,6 @@ TEST(HtmlText, strip) {
       {"quoteInUnquotedValue", "<a href=x'y>b", "b"},
       {"unclosedQuoteEndsAtAngle", "<a href=\"x>b</a> c", "b c"},
       {"tagCutShort", "a<a href=\"x", "a"},
-      {"named", "&lt;&eacute;&hellip;&Zscr;&NotEqualTilde;", "<é…𝒵≂̸"},
-      {"namedWithoutSemicolon", "&ampx &eacutee &hellip &notit;", "&x ée &hellip ¬it;"},
       {"unknownName", "&foo; & &; AT&T", "&foo; & &; AT&T"},
       {"numeric", "&#65;&#x42;&#X43 &#x1F600;", "ABC 😀"},
       {"numericWindows1252", "&#128;&#150;&#129;", "€–\u0081"},
@@ -49,17 +46,6 @@ TEST(HtmlText, strip) {
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(HTMLText::strip(c.html), c.text);
-  }
-}
-
-/// Deep nesting must not overflow the stack, and what never closes must not cost a search each.
-TEST(HtmlText, hostilePagesStayLinear) {
-  for (const char* piece : {"<div>", "<", "&", "<!--", "<a b=\"c\" d='", "<a b=\"", "<a b='x\">",
-                            "</", "&#x9", "<script>", "<style></scrip", "<!-- --", "<pre>\n"}) {
-    SCOPED_TRACE(piece);
-    std::string html;
-    while (html.size() < 300'000) html += piece;
-    EXPECT_TRUE(isValidUtf8(HTMLText::strip(html)));
   }
 }
 

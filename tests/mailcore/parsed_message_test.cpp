@@ -45,6 +45,9 @@ TEST(ParsedMessage, headerFields) {
   const ParsedMessage bare("Message-ID: <>\n\n");
   EXPECT_EQ(bare.subject(), "");
   EXPECT_EQ(bare.messageID(), std::nullopt);
+  std::string many = "References:";
+  for (std::size_t i = 0; i < kMaxReferences + 5; ++i) many += " a";
+  EXPECT_EQ(ParsedMessage(many).references().size(), kMaxReferences);
   EXPECT_TRUE(bare.to().empty() && bare.references().empty() && !bare.date());
 }
 
@@ -56,6 +59,7 @@ TEST(ParsedMessage, normalizedSubject) {
       {"plain", "  Hello ", "Hello"},
       {"prefixes", "Fwd: AW:re:SV: Hello", "Hello"},
       {"french", "RÉF: Hello", "Hello"},
+      {"frenchDecomposed", "Re\u0301f: He\u0301", "Hé"},
       {"blankBeforeColon", "Re : Hello", "Re : Hello"},
       {"counted", "Re[2]: Hello", "Re[2]: Hello"},
       {"listTagBeforeReply", "Re: [list] Re: Hello", "Hello"},

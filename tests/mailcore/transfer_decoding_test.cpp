@@ -41,17 +41,6 @@ TEST(DecodeBase64, readings) {
   }
 }
 
-TEST(DecodeBase64, invertsEncodingAtEveryLengthAndWidth) {
-  Bytes bytes;
-  for (int i = 0; i < 300; ++i) {
-    for (const std::size_t width : {1, 3, 76}) {
-      const Bytes text = ContentTransferDecoder::encodeBase64Wrapped(bytes, width);
-      EXPECT_EQ(ContentTransferDecoder::decodeBase64(text), bytes) << i << " at width " << width;
-    }
-    bytes.push_back(static_cast<char>(i * 37));
-  }
-}
-
 TEST(EncodeBase64Wrapped, everyLineEndsWithCrlf) {
   using ContentTransferDecoder::encodeBase64Wrapped;
   EXPECT_EQ(encodeBase64Wrapped("", 76), "");

@@ -71,7 +71,7 @@ TEST(MboxReader, refusesWhatCannotBeMapped) {
   EXPECT_THAT(importError(missing), EndsWith("missing: No such file or directory"));
 }
 
-TEST(MboxReader, whatTheBodyThrowsPasses) {
+TEST(EMLReader, whatTheBodyThrowsPasses) {
   const FileTree tree{{"a.eml", "From x\n\n"}, {"b.eml", "A: b"}};
   EMLReader reader(tree.root(), true);
   EXPECT_THROW(reader.forEachMessage(

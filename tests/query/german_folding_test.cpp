@@ -19,6 +19,7 @@ TEST(GermanFolding, expand) {
       {"lowerCase", "äöüßåæø", "aeoeuessaaaeoe"},
       {"upperCase", "ÄÖÜẞÅÆØ", "AeOeUeSSAaAeOe"},
       {"inWords", "Größe über alles", "Groesse ueber alles"},
+      {"decomposed", "Mu\u0308ller A\u030a", "Mueller Aa"},
       {"plain", "Groesse", "Groesse", false},
       {"otherLettersOfTheSameLead", "éàçñÉ", "éàçñÉ", false},
       {"neighbourOfCapitalSharpS", "ẝẟ", "ẝẟ", false},
@@ -41,6 +42,7 @@ TEST(GermanFolding, indexVariants) {
     std::size_t limit = 4000;
   } kCases[] = {
       {"onlyWordsWithSuchALetter", "Herr Müller grüsst Frau Meier", "mueller gruesst"},
+      {"decomposed", "Mu\u0308ller e\u0301", "mueller"},
       {"hyphenStaysInTheWord", "(Müller-Lüdenscheidt)", "mueller-luedenscheidt"},
       {"eachOnceWhateverItsCase", "Müller MÜLLER müller", "mueller"},
       {"numbersBelongToWords", "Größe42²", "groesse42²"},
@@ -76,6 +78,7 @@ TEST(GermanFolding, contract) {
       {"sharpS", "STRASSE", std::nullopt, "STRAßE"},
       {"both", "Muesse", "Müsse", "Müße"},
       {"pairsFromTheLeft", "queue sss", "qüü sss", "qüü ßs"},
+      {"decomposed", "Blue\u0301", std::nullopt, std::nullopt},
       {"nothing", "Meier", std::nullopt, std::nullopt},
       {"pairAcrossTheEnd", "tea", std::nullopt, std::nullopt},
   };
@@ -93,6 +96,7 @@ TEST(GermanFolding, queryVariants) {
     std::vector<std::string> variants, contractions;
   } kCases[] = {
       {"umlautTyped", "Müller", {"Müller", "Mueller"}, {}},
+      {"decomposedTyped", "Mu\u0308ller", {"Müller", "Mueller"}, {}},
       {"expansionTyped", "Mueller", {"Mueller", "Müller"}, {"Müller"}},
       {"sharpSOnly", "Strasse", {"Strasse", "Straße"}, {"Straße"}},
       {"twoContractions", "Muesse", {"Muesse", "Müsse", "Müße"}, {"Müsse", "Müße"}},
