@@ -10,26 +10,12 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <limits>
 
 namespace ambervane {
 namespace {
 
 char lower(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
-
-bool isAscii(std::string_view text) noexcept {
-  return std::none_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
-}
-
-/// Case-folded and composed, so that "ö" is found however it is encoded.
-icu::UnicodeString folded(std::string_view text) {
-  UErrorCode status = U_ZERO_ERROR;
-  const icu::UnicodeString plain =
-      icu::UnicodeString::fromUTF8({text.data(), static_cast<int>(text.size())});
-  const icu::Normalizer2* const composer = icu::Normalizer2::getNFCInstance(status);
-  if (U_FAILURE(status)) return icu::UnicodeString(plain).foldCase();
-  icu::UnicodeString composed = composer->normalize(plain, status).foldCase();
-  return composer->normalize(composed, status);
-}
 
 icu::UnicodeString toIcu(std::string_view text) {
   return icu::UnicodeString::fromUTF8({text.data(), static_cast<int>(text.size())});
@@ -49,6 +35,10 @@ char32_t previousCodePoint(std::string_view text, std::size_t& at) noexcept {
 }  // namespace
 
 bool isAsciiSpace(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
+bool isAscii(std::string_view text) noexcept {
+  return std::none_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
+}
+
 bool isAsciiDigit(char c) noexcept { return c >= '0' && c <= '9'; }
 
 std::string_view trim(std::string_view text) noexcept {
@@ -91,11 +81,30 @@ std::string lowercase(std::string_view text) {
   return out;
 }
 
+std::string composed(std::string_view text) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Normalizer2* const nfc = icu::Normalizer2::getNFCInstance(status);
+  const bool fits = text.size() <= std::numeric_limits<std::int32_t>::max();
+  if (U_FAILURE(status) || !fits || isAscii(text)) return std::string(text);
+  const icu::StringPiece piece(text.data(), static_cast<std::int32_t>(text.size()));
+  if (nfc->isNormalizedUTF8(piece, status) != 0) return std::string(text);
+  std::string out;
+  icu::StringByteSink<std::string> sink(&out);
+  nfc->normalizeUTF8(0, piece, sink, nullptr, status);
+  return U_SUCCESS(status) ? out : std::string(text);
+}
+
 bool containsIgnoringCase(std::string_view text, std::string_view part) {
   if (isAscii(text) && isAscii(part)) {
     return asciiLowercase(text).find(asciiLowercase(part)) != std::string::npos;
   }
-  return folded(text).indexOf(folded(part)) >= 0;
+  // Folding may take a composed character apart, hence once more.
+  const auto folded = [](std::string_view any) {
+    std::string out;
+    toIcu(composed(any)).foldCase().toUTF8String(out);
+    return composed(out);
+  };
+  return folded(text).find(folded(part)) != std::string::npos;
 }
 
 std::vector<std::string_view> splitOmittingEmpty(std::string_view text,

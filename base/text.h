@@ -13,6 +13,8 @@ namespace ambervane {
 /// ASCII blanks: space, tab, LF, VT, FF, CR.
 bool isAsciiSpace(char c) noexcept;
 bool isAsciiDigit(char c) noexcept;
+/// Whether all bytes are below 128.
+bool isAscii(std::string_view text) noexcept;
 /// Without Unicode white space and line ends at both ends; `text` is UTF-8.
 std::string_view trim(std::string_view text) noexcept;
 /// Without the bytes of `set` at both ends.
@@ -22,6 +24,8 @@ std::string asciiLowercase(std::string_view text);
 bool asciiEqualIgnoringCase(std::string_view a, std::string_view b) noexcept;
 /// Unicode lower case of UTF-8 text, without a locale. Ill-formed bytes become U+FFFD.
 std::string lowercase(std::string_view text);
+/// `text` in composed form (Unicode NFC), so that "ö" is one character however it was written.
+std::string composed(std::string_view text);
 /// Whether `text` contains `part` after full case folding and canonical composition.
 bool containsIgnoringCase(std::string_view text, std::string_view part);
 

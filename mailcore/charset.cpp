@@ -274,10 +274,6 @@ std::string decodeUnlabelled(BytesView data) {
   return decodeLatin1(data);
 }
 
-bool isAscii(BytesView data) noexcept {
-  return std::none_of(data.begin(), data.end(), [](char c) { return (c & 0x80) != 0; });
-}
-
 std::optional<char32_t> windows1252Character(unsigned char byte) noexcept {
   if (byte < 0x80 || byte >= 0xa0) return byte;
   const char32_t c = kWindows1252High[byte - 0x80U];

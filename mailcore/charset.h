@@ -19,8 +19,6 @@ std::string decode(BytesView data, std::optional<std::string_view> label);
 
 /// What `decode` does without a label.
 std::string decodeUnlabelled(BytesView data);
-
-bool isAscii(BytesView data) noexcept;
 /// The character of a byte in Windows 1252; absent for the five bytes that have none.
 std::optional<char32_t> windows1252Character(unsigned char byte) noexcept;
 

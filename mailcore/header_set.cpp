@@ -99,7 +99,7 @@ std::vector<HeaderField> HeaderSet::fields() const {
 }
 
 std::size_t HeaderSet::find(std::string_view wanted, std::size_t from) const {
-  if (Charset::isAscii(wanted)) {
+  if (isAscii(wanted)) {
     for (std::size_t i = from; i < size(); ++i) {
       if (asciiEqualIgnoringCase(name(i), wanted)) return i;
     }
@@ -188,7 +188,7 @@ std::optional<std::string> fieldName(BytesView line) {
   const std::size_t colon = line.find(':');
   if (colon == BytesView::npos) return std::nullopt;
   const BytesView bytes = line.substr(0, colon);
-  if (Charset::isAscii(bytes)) {
+  if (isAscii(bytes)) {
     const std::string_view name = trim(bytes);
     if (name.empty()) return std::nullopt;
     return std::string(name);

@@ -1,8 +1,5 @@
 #include "mailcore/parsed_message.h"
 
-#include <unicode/bytestream.h>
-#include <unicode/normalizer2.h>
-
 #include <algorithm>
 #include <array>
 #include <limits>
@@ -43,19 +40,6 @@ std::string fallbackText(const MIMEPart& root, BytesView raw) {
     head = head.substr(0, lead);
   }
   return isValidUtf8(head) ? std::string(head) : std::string();
-}
-
-/// `text` in composed form (NFC), so that "é" is one character however it was written.
-std::string composed(std::string_view text) {
-  UErrorCode status = U_ZERO_ERROR;
-  const icu::Normalizer2* const nfc = icu::Normalizer2::getNFCInstance(status);
-  const bool fits = text.size() <= std::numeric_limits<std::int32_t>::max();
-  if (U_FAILURE(status) || !fits || Charset::isAscii(text)) return std::string(text);
-  std::string out;
-  icu::StringByteSink<std::string> sink(&out);
-  nfc->normalizeUTF8(0, {text.data(), static_cast<std::int32_t>(text.size())}, sink, nullptr,
-                     status);
-  return U_SUCCESS(status) ? out : std::string(text);
 }
 
 /// The text behind a reply or forward prefix, or nothing where there is none.

@@ -130,7 +130,7 @@ std::string decode(std::string_view text) {
 }
 
 std::string encodeIfNeeded(std::string_view text) {
-  if (Charset::isAscii(text)) return std::string(text);
+  if (isAscii(text)) return std::string(text);
   return "=?UTF-8?B?" + base64Encode(text) + "?=";
 }
 

@@ -113,7 +113,7 @@ Names namesIn(const fs::path& folder) {
     names.emlx |= name.ends_with(".emlx");
     names.eml |= lower.ends_with(".eml");
     names.msg |= lower.ends_with(".msg");
-    names.mbox |= name.ends_with(".mbox");
+    names.mbox |= name.ends_with(".mbox") && !name.starts_with('.');
     names.onlyNumbers &= isNumber(name);
     // A tree of folders named after years has numbers too, and is no MH folder.
     names.numberedFile |= isNumber(name) && at->is_regular_file(ignored);

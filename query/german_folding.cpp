@@ -1,7 +1,5 @@
 #include "query/german_folding.h"
 
-#include <unicode/bytestream.h>
-#include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
 
 #include <algorithm>
@@ -97,17 +95,9 @@ std::string_view umlautOf(char first, char second) noexcept {
 class Composed {
  public:
   explicit Composed(std::string_view text) : text_(text) {
-    const auto isAscii = [](char c) { return (c & 0x80) == 0; };
-    const bool fits = text.size() <= std::numeric_limits<std::int32_t>::max();
-    if (!fits || std::all_of(text.begin(), text.end(), isAscii)) return;
-    UErrorCode status = U_ZERO_ERROR;
-    const icu::Normalizer2* const nfc = icu::Normalizer2::getNFCInstance(status);
-    if (U_FAILURE(status)) return;
-    const icu::StringPiece piece(text.data(), static_cast<std::int32_t>(text.size()));
-    if (nfc->isNormalizedUTF8(piece, status) || U_FAILURE(status)) return;
-    icu::StringByteSink<std::string> sink(&composed_);
-    nfc->normalizeUTF8(0, piece, sink, nullptr, status);
-    if (U_SUCCESS(status)) text_ = composed_;
+    if (isAscii(text)) return;
+    composed_ = composed(text);
+    text_ = composed_;
   }
   Composed(const Composed&) = delete;  // the view may point into the object
   Composed& operator=(const Composed&) = delete;

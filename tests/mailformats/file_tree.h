@@ -1,7 +1,9 @@
 #ifndef AMBERVANE_TESTS_MAILFORMATS_FILE_TREE_H_
 #define AMBERVANE_TESTS_MAILFORMATS_FILE_TREE_H_
 
+#include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -51,6 +53,22 @@ class FileTree {
 
  private:
   std::filesystem::path root_;
+};
+
+/// Takes the rights of the superuser away for a while, to whom nothing is refused.
+class WithoutPrivilege {
+ public:
+  WithoutPrivilege() : user_(::geteuid()) {
+    if (user_ == 0) {
+      EXPECT_EQ(::seteuid(65534), 0);
+    }
+  }
+  ~WithoutPrivilege() { EXPECT_EQ(::seteuid(user_), 0); }
+  WithoutPrivilege(const WithoutPrivilege&) = delete;
+  WithoutPrivilege& operator=(const WithoutPrivilege&) = delete;
+
+ private:
+  uid_t user_;
 };
 
 /// What an importer handed out.

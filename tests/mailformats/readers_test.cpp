@@ -71,6 +71,60 @@ TEST(MboxReader, refusesWhatCannotBeMapped) {
   EXPECT_THAT(importError(missing), EndsWith("missing: No such file or directory"));
 }
 
+TEST(MboxReader, saysWhatIsNoMessage) {
+  static constexpr struct {
+    const char* name;
+    std::string_view content;
+    std::size_t messages;
+    const char* reported;  // empty: nothing
+  } kCases[] = {
+      {"empty", "", 0, ""},
+      {"noStart", "Subject: a\n\nFrom", 0, "noStart: no message in it begins with \"From \""},
+      {"head", "junk\n\nFrom a\nb", 1, "head: 6 bytes before the first message were passed over"},
+      {"blankHead", " \r\n\nFrom a\nb", 1, ""},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    const FileTree tree{{c.name, std::string(c.content)}};
+    MboxReader reader(tree / c.name, "");
+    const Harvest found = harvest(reader);
+    EXPECT_EQ(found.messages.size(), c.messages);
+    EXPECT_EQ(found.unreadable.size(), *c.reported == 0 ? 0U : 1U);
+    for (const std::string& item : found.unreadable) EXPECT_THAT(item, EndsWith(c.reported));
+  }
+}
+
+TEST(MboxReader, fileCutShortWhileItIsRead) {
+  const std::string large = "From a\n\n" + std::string(100'000, 'x') + "\n\n";
+  const FileTree tree{{"a.mbox", large + large}, {"b.mbox", "From a\nb"}};
+  const fs::path file = tree / "a.mbox";
+  std::vector<std::string> reported;
+  int count = 0;
+  const auto cut = [&](SourceMessage&&) {
+    if (++count == 1) fs::resize_file(file, 10);
+    return true;
+  };
+  MboxFolderReader(tree.root()).forEachMessage(cut, [&](const std::string& item) {
+    reported.push_back(item);
+  });
+  EXPECT_THAT(reported, ElementsAre(EndsWith("a.mbox: it became shorter while it was read")));
+  EXPECT_EQ(count, 2);
+  tree.add("a.mbox", large + large);
+  count = 0;
+  EXPECT_THROW(MboxReader(file, "").forEachMessage(cut, {}), ImportError);
+  // What replaces the file does not matter to those who have it open.
+  tree.add("a.mbox", large + large);
+  count = 0;
+  MboxReader(file, "").forEachMessage(
+      [&](SourceMessage&&) {
+        fs::rename(tree / "b.mbox", file);
+        tree.add("b.mbox", "");
+        return ++count > 0;
+      },
+      [](const std::string& item) { ADD_FAILURE() << item; });
+  EXPECT_EQ(count, 2);
+}
+
 TEST(EMLReader, whatTheBodyThrowsPasses) {
   const FileTree tree{{"a.eml", "From x\n\n"}, {"b.eml", "A: b"}};
   EMLReader reader(tree.root(), true);
@@ -143,6 +197,32 @@ TEST(MaildirReader, folders) {
   EXPECT_EQ(reader.estimatedCount(), 8);
   MaildirReader flat(tree.root(), false);
   EXPECT_EQ(harvest(flat).messages.size(), 4U);
+}
+
+TEST(MaildirReader, filesRenamedWhileTheyAreRead) {
+  const FileTree tree{
+      {"cur/1:2,", "a"}, {"cur/2:2,", "b"}, {"cur/3.x", "c"}, {"cur/4.x", "d"}, {"new/5", "e"}};
+  const auto rename = [&](const char* from, const char* to) {
+    std::error_code ignored;
+    fs::rename(tree / from, tree / to, ignored);
+  };
+  Harvest found;
+  MaildirReader(tree.root())
+      .forEachMessage(
+          [&](SourceMessage&& message) {
+            rename("cur/2:2,", "cur/2:2,FS");
+            rename("cur/3.x", "cur/3.x:2,R");
+            rename("new/5", "cur/5:2,");
+            fs::remove(tree / "cur/4.x");
+            found.messages.push_back(std::move(message));
+            return true;
+          },
+          [&](const std::string& item) { found.unreadable.push_back(item); });
+  EXPECT_THAT(found.texts(), ElementsAre("INBOX|a", "INBOX|b", "INBOX|c", "INBOX|e"));
+  EXPECT_EQ(found.messages[1].flags, (std::set{MessageFlag::flagged, MessageFlag::seen}));
+  EXPECT_EQ(found.messages[1].sourceIdentifier, "2:2,FS");
+  EXPECT_TRUE(found.messages[3].flags.empty());
+  EXPECT_THAT(found.unreadable, ElementsAre(EndsWith("cur/4.x: No such file or directory")));
 }
 
 TEST(MaildirReader, namesOutsideOfUtf8) {
@@ -220,7 +300,9 @@ TEST(EMLReader, numberedFilesOfOneFolder) {
   const FileTree tree{{"2", "b"}, {"10", "c"}, {"1", "a"}, {"3/1", "no"}, {"x.eml", "no"}};
   EMLReader reader(tree.root(), false, {});
   const std::string own = tree.root().filename().string();
-  EXPECT_THAT(harvest(reader).texts(), ElementsAre(own + "|a", own + "|b", own + "|c"));
+  const Harvest found = harvest(reader);
+  EXPECT_THAT(found.texts(), ElementsAre(own + "|a", own + "|b", own + "|c"));
+  EXPECT_THAT(found.unreadable, ElementsAre(HasSubstr("/3: a folder inside of an MH folder")));
 }
 
 TEST(MboxFolderReader, messages) {
@@ -245,6 +327,34 @@ TEST(MboxFolderReader, messages) {
   EXPECT_THAT(found.texts(), ElementsAre("2023.backup|d", "Sent|e", "Work/Offers|f", "a|a", "b|b",
                                          "plain|c", "Box|From x\ng"));
   EXPECT_THAT(found.unreadable, ElementsAre(HasSubstr("loose: mail of another format in 2 of")));
+}
+
+TEST(MboxFolderReader, saysOnceWhatItCannotRead) {
+  const FileTree outside;
+  const FileTree tree{{"a.mbox", "From x\na"},    {"b.mbox", "From x\nb"}, {"Inbox", "From x\nc"},
+                      {".Archive/cur/1", "d"},    {".Archive/new/", ""},   {"closed/a.mbox", ""},
+                      {"Box/cur/1", "From x\ne"}, {"Box/new/", ""}};
+  fs::create_directory_symlink(outside.root(), tree / "link");
+  fs::permissions(tree.root(), fs::perms(0755));
+  for (const char* const path : {"b.mbox", "Inbox", ".Archive", "closed", "Box/new"}) {
+    fs::permissions(tree / path, fs::perms::none);
+  }
+  MboxFolderReader reader(tree.root());
+  Harvest found;
+  std::optional<std::int64_t> closedCount = 0;
+  {
+    const WithoutPrivilege unprivileged;
+    found = harvest(reader);
+    closedCount = MaildirReader(tree / "closed").estimatedCount();
+  }
+  EXPECT_THAT(found.texts(), ElementsAre("a|a", "Box|From x\ne"));
+  EXPECT_THAT(
+      found.unreadable,
+      UnorderedElementsAre(
+          EndsWith("/b.mbox: Permission denied"), EndsWith("/Inbox: Permission denied"),
+          EndsWith("/.Archive: Permission denied"), EndsWith("/closed: Permission denied"),
+          EndsWith("/Box/new: Permission denied"), HasSubstr("/link: a link to a folder outside")));
+  EXPECT_EQ(closedCount, std::nullopt);
 }
 
 TEST(Readers, exampleMailIsImportedWhole) {
