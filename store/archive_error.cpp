@@ -53,13 +53,6 @@ struct Words {
   LocalizedMessage operator()(const ArchiveError::ReadOnly&) const {
     return {"The archive is open read-only", {}};
   }
-  LocalizedMessage operator()(const ArchiveError::EncryptionUnavailable&) const {
-    return {
-        "This policy promises that single messages can be erased, which needs each message "
-        "encrypted under a key of its own, and this version cannot do that yet. Leave eu-gdpr out "
-        "of --regimes, or wait for a version that can.",
-        {}};
-  }
   LocalizedMessage operator()(const ArchiveError::HoldsUnavailable&) const {
     return {
         "This archive has active legal holds, which this version cannot apply to new messages. "

@@ -47,8 +47,6 @@ class ArchiveError final : public TranslatableError {
     std::string hash;
   };
   struct ReadOnly {};
-  /// The policy asks for content keys, which this version cannot make yet.
-  struct EncryptionUnavailable {};
   /// The archive has active legal holds, which this version cannot apply to new messages yet.
   struct HoldsUnavailable {};
   struct NotEnoughSpace {
@@ -56,10 +54,9 @@ class ArchiveError final : public TranslatableError {
     std::string needed;     ///< for people, such as "1.2 GB"
     std::string available;  ///< likewise
   };
-  using Reason =
-      std::variant<NotAnArchive, DestinationNotEmpty, VersionUnsupported, LockedByAnother,
-                   LockUnavailable, MessageMissing, Erased, OnLegalHold, BlobMissing, BlobErased,
-                   ReadOnly, EncryptionUnavailable, HoldsUnavailable, NotEnoughSpace>;
+  using Reason = std::variant<NotAnArchive, DestinationNotEmpty, VersionUnsupported,
+                              LockedByAnother, LockUnavailable, MessageMissing, Erased, OnLegalHold,
+                              BlobMissing, BlobErased, ReadOnly, HoldsUnavailable, NotEnoughSpace>;
 
   explicit ArchiveError(Reason reason) : reason_(std::move(reason)) {}
   const Reason& reason() const noexcept { return reason_; }

@@ -83,6 +83,10 @@ class Catalog {
   /// Reserves a row, which stays unplaced until `completeMessage`.
   std::int64_t reserveMessage(const std::string& hash);
   void completeMessage(std::int64_t id, const MessageInsert& insert);
+  /// Places a message that waited for its solid block.
+  void attachSolidRecord(std::int64_t messageID, std::int64_t packID, std::int64_t offset,
+                         std::int64_t member, std::int64_t storedSize, std::uint16_t flags,
+                         std::uint16_t dictionaryID);
   /// Takes back a row that could not be completed, with all that refers to it.
   void discardMessage(std::int64_t id);
   std::optional<MessageRow> message(std::int64_t id);

@@ -70,6 +70,15 @@ void Catalog::completeMessage(std::int64_t id, const MessageInsert& m) {
        id});
 }
 
+void Catalog::attachSolidRecord(std::int64_t messageID, std::int64_t packID, std::int64_t offset,
+                                std::int64_t member, std::int64_t storedSize, std::uint16_t flags,
+                                std::uint16_t dictionaryID) {
+  db_->run(
+      "UPDATE message SET pack_id = ?, pack_offset = ?, block_member = ?, stored_size = ?, "
+      "record_flags = ?, dictionary_id = ? WHERE id = ?",
+      {packID, offset, member, storedSize, flags, dictionaryID, messageID});
+}
+
 void Catalog::discardMessage(std::int64_t id) {
   db_->run(
       "UPDATE blob SET refcount = MAX(0, refcount - (SELECT COUNT(*) FROM attachment a WHERE "

@@ -1,11 +1,22 @@
 #include "store/codec.h"
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
+#include "store/brotli_codec.h"
 #include "store/deflate.h"
+#include "store/lzfse.h"
+#include "store/xz_codec.h"
 
 namespace ambervane {
 namespace {
+
+/// Smaller records are left to deflate: what a second codec saves there is not worth its time.
+constexpr std::size_t kLargeRecordBytes = 32768;
+/// LZMA is slow, and far ahead only on what compresses well: it is skipped when the codec tried
+/// before it leaves more than this share.
+constexpr double kMaxShareForLzma = 0.5;
 
 /// A codec worth trying, from the effort and the size at which it is. A later one must be strictly
 /// smaller than all before it.
@@ -17,7 +28,27 @@ struct Candidate {
 };
 constexpr Candidate kCandidates[] = {
     {Codec::deflateDictionary, CompressionEffort::fast, 0, &Deflate::compress},
+    {Codec::lzfse, CompressionEffort::balanced, kLargeRecordBytes,
+     [](BytesView data, BytesView) { return lzfseEncode(data); }},
+    {Codec::brotli, CompressionEffort::smallest, kLargeRecordBytes,
+     [](BytesView data, BytesView) { return brotliEncode(data); }},
+    {Codec::lzma, CompressionEffort::smallest, kLargeRecordBytes,
+     [](BytesView data, BytesView) { return xzEncode(data); }},
 };
+
+/// How many bytes a record of `expectedSize` may yield.
+std::size_t yieldLimit(std::size_t expectedSize) noexcept {
+  constexpr std::size_t kMost = std::numeric_limits<std::size_t>::max();
+  return expectedSize > kMost / Compressor::kMaxExpectedSizeFactor
+             ? kMost
+             : std::max<std::size_t>(expectedSize, 1) * Compressor::kMaxExpectedSizeFactor;
+}
+
+/// A record is never empty, so nothing is a sign of damage.
+std::optional<Bytes> unlessEmpty(std::optional<Bytes> content) {
+  if (content && content->empty()) content.reset();
+  return content;
+}
 
 }  // namespace
 
@@ -100,11 +131,15 @@ CompressedRecord Compressor::compress(BytesView data, BytesView dictionary,
   CompressedRecord best;
   best.originalLength = data.size();
   std::size_t bestSize = data.size();
+  double share = 1.0;  // what the last codec that had a result left of the data
   if (data.size() >= kMinimumBytes) {
     for (const Candidate& candidate : kCandidates) {
       if (effort < candidate.effort || data.size() < candidate.minimumBytes) continue;
+      if (candidate.codec == Codec::lzma && share > kMaxShareForLzma) continue;
       std::optional<Bytes> encoded = candidate.encode(data, dictionary);
-      if (!encoded || encoded->empty() || encoded->size() >= bestSize) continue;
+      if (!encoded || encoded->empty()) continue;
+      share = static_cast<double>(encoded->size()) / static_cast<double>(data.size());
+      if (encoded->size() >= bestSize) continue;
       bestSize = encoded->size();
       best.payload = *std::move(encoded);
       best.codec = candidate.codec;
@@ -127,9 +162,11 @@ std::optional<Bytes> Compressor::decompress(BytesView payload, Codec codec, Byte
       if (payload.empty()) return Bytes();
       return Deflate::decompress(payload, dictionary, expectedSize);
     case Codec::lzfse:
+      return unlessEmpty(lzfseDecode(payload, yieldLimit(expectedSize)));
     case Codec::lzma:
+      return unlessEmpty(xzDecode(payload, yieldLimit(expectedSize)));
     case Codec::brotli:
-      return std::nullopt;
+      return unlessEmpty(brotliDecode(payload, yieldLimit(expectedSize)));
   }
   return std::nullopt;
 }

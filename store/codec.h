@@ -7,16 +7,17 @@
 #include <string_view>
 
 #include "base/bytes.h"
+#include "store/deflate.h"
 
 namespace ambervane {
 
 /// How a record's payload is compressed; the numbers stand in the flags of records on disk.
 enum class Codec : std::uint8_t {
   deflateDictionary = 0,  ///< zlib format with a preset dictionary
-  lzfse = 1,
-  lzma = 2,
-  stored = 3,  ///< as it is
-  brotli = 4,
+  lzfse = 1,              ///< blocks of docs/format/lzfse.md
+  lzma = 2,               ///< an `.xz` file
+  stored = 3,             ///< as it is
+  brotli = 4,             ///< a stream of RFC 7932
 };
 /// For people: "deflate+dictionary".
 std::string_view label(Codec codec) noexcept;
@@ -43,6 +44,8 @@ class Compressor {
   static constexpr std::size_t kMinimumBytes = 128;
   /// A result above this share of the input is not worth a decompression on every read.
   static constexpr double kWorthwhileShare = 0.97;
+  /// A payload may yield at most this many times the size its record promises.
+  static constexpr std::size_t kMaxExpectedSizeFactor = Deflate::kMaxExpectedSizeFactor;
 
   /// `data` by the codec that makes it smallest among those `effort` allows at this size, or
   /// stored. `dictionary` is the archive's active one; empty means none.
@@ -50,8 +53,8 @@ class Compressor {
 
   /// The bytes before compression. `dictionary` is the one the record names; empty means none.
   /// `expectedSize` is the record's original length and need not be true: memory follows what the
-  /// payload yields. Absent for damaged bytes, a wrong dictionary, a codec that is not built in,
-  /// and a result far above `expectedSize`.
+  /// payload yields. Absent for damaged bytes, a wrong dictionary, and a result above
+  /// `kMaxExpectedSizeFactor` times `expectedSize` (taken as at least 1).
   static std::optional<Bytes> decompress(BytesView payload, Codec codec, BytesView dictionary,
                                          std::size_t expectedSize);
 };

@@ -7,13 +7,12 @@
 #include "store/archive_error.h"
 #include "store/pack_error.h"
 #include "store/pack_format.h"
+#include "store/solid_block_writer.h"
 
 namespace ambervane {
 namespace {
 
-std::int64_t recordBytes(const CompressedRecord& record) {
-  return static_cast<std::int64_t>(record.payload.size() + kRecordHeaderBytes);
-}
+constexpr const char* kInSolidBlock = "in a solid block";
 
 const char* originName(MessageOrigin origin) {
   return origin == MessageOrigin::received ? "received" : "reconstructed";
@@ -66,12 +65,21 @@ class Commit {
     const std::string flags = flagText(message_.source.flags);
     if (catalog_.linkMessage(id, mailbox_.folderID, uid(), flags, message_.envelope.sentAt)) {
       const auto row = catalog_.message(id);
-      if (row && row->packID && row->packOffset) {
-        noteForRecovery(*row->packID, *row->packOffset, row->retentionClass, row->blockMember);
-      }
+      if (row) noteFurtherMailbox(*row);
     }
     archive_.journal().append(AuditAction::messageDuplicate, message_.hash,
                               {{"folder_id", std::to_string(mailbox_.folderID)}});
+  }
+
+  void noteFurtherMailbox(const MessageRow& row) {
+    RecoveryIndex::Message line = recoveryLine(row.retentionClass);
+    if (!row.packID || !row.packOffset) {
+      archive_.solidBlock().addMailbox(row.id, std::move(line));
+      return;
+    }
+    line.offset = *row.packOffset;
+    line.blockMember = row.blockMember;
+    archive_.sidecars().noteMessage(*row.packID, line);
   }
 
   IngestOutcome store() {
@@ -93,6 +101,10 @@ class Commit {
       if (error.isMediumFailure()) throw;
       return discard(reserved, error);
     }
+    if (!message_.trainingSample.empty()) {
+      archive_.dictionaries().noteStored(message_.trainingSample);
+    }
+    if (archive_.solidBlock().isFull()) archive_.flushSolidBlock();
     archive_.noteStoredMessage();
     return {IngestOutcome::Kind::stored, ""};
   }
@@ -102,14 +114,28 @@ class Commit {
     return {IngestOutcome::Kind::failed, message_.hash.substr(0, 12) + ": " + error.what()};
   }
 
+  /// Appends a record, encrypted under the key that `makeKey` gives when the policy asks for it,
+  /// the digest bound to it.
+  template <typename MakeKey>
+  PackLocation append(const CompressedRecord& record, RecordFlags flags, const std::string& digest,
+                      MakeKey makeKey) {
+    if (record.codec == Codec::brotli) archive_.requireReader(2);
+    Bytes sealed;
+    if (encrypts_) sealed = ContentKeyStore::seal(record.payload, makeKey(), digest);
+    const BytesView payload = encrypts_ ? BytesView(sealed) : BytesView(record.payload);
+    const std::int64_t pack =
+        archive_.nextPack(static_cast<std::int64_t>(payload.size() + kRecordHeaderBytes));
+    return archive_.packs().append(payload, record.originalLength, flags, message_.dictionaryID,
+                                   pack);
+  }
+
   std::int64_t commitBlob(const PreparedBlob& blob) {
     if (const auto known = catalog_.blob(blob.ref.encodedHash)) return known->id;
-    const RecordFlags flags = RecordFlags::make(blob.compressed.codec, false, true);
-    const std::int64_t pack = archive_.nextPack(recordBytes(blob.compressed));
-    const PackLocation location =
-        archive_.packs().append(blob.compressed.payload, blob.compressed.originalLength, flags,
-                                message_.dictionaryID, pack);
-    archive_.sidecars().noteBlob(pack,
+    const std::string& hash = blob.ref.encodedHash;
+    const RecordFlags flags = RecordFlags::make(blob.compressed.codec, encrypts_, true);
+    const PackLocation location = append(
+        blob.compressed, flags, hash, [&] { return archive_.keys().blobKey(hash, true).value(); });
+    archive_.sidecars().noteBlob(location.packID,
                                  {.offset = location.offset,
                                   .hash = blob.ref.encodedHash,
                                   .contentHash = blob.ref.contentHash,
@@ -130,11 +156,16 @@ class Commit {
   }
 
   void place(std::int64_t id, const std::vector<StoredAttachment>& attachments) {
-    const RecordFlags flags = RecordFlags::make(message_.record.codec, false, false);
-    const std::int64_t pack = archive_.nextPack(recordBytes(message_.record));
-    const PackLocation location =
-        archive_.packs().append(message_.record.payload, message_.record.originalLength, flags,
-                                message_.dictionaryID, pack);
+    const bool waits = archive_.writesSolidBlocks();
+    RecordFlags flags = RecordFlags::make(message_.record.codec, encrypts_, false);
+    std::optional<PackLocation> location;
+    if (waits) {
+      // The flags of a block as a rule; the flush writes those of the block it makes.
+      flags.bits = RecordFlags::make(Codec::lzma, false, false).bits | RecordFlags::kSolidBlock;
+    } else {
+      location =
+          append(message_.record, flags, message_.hash, [&] { return archive_.keys().newKey(id); });
+    }
 
     const EnvelopeFields& envelope = message_.envelope;
     const RetentionPolicy& policy = archive_.policy();
@@ -159,10 +190,12 @@ class Commit {
     insert.sentAt = envelope.sentAt;
     insert.internalAt = message_.source.internalDate;
     insert.size = static_cast<std::int64_t>(message_.size);
-    insert.storedSize = static_cast<std::int64_t>(location.storedLength);
+    insert.storedSize = location ? static_cast<std::int64_t>(location->storedLength) : 0;
     insert.attachmentCount = static_cast<std::int64_t>(attachments.size());
-    insert.packID = location.packID;
-    insert.packOffset = location.offset;
+    if (location) {
+      insert.packID = location->packID;
+      insert.packOffset = location->offset;
+    }
     insert.recordFlags = flags.bits;
     insert.dictionaryID = message_.dictionaryID;
     insert.retentionClass = ofClass.identifier;
@@ -174,7 +207,13 @@ class Commit {
     insert.originSource = message_.source.reconstructedFrom.value_or("");
     writeRows(id, insert, attachments);
 
-    noteForRecovery(location.packID, location.offset, ofClass.identifier, std::nullopt);
+    RecoveryIndex::Message line = recoveryLine(ofClass.identifier);
+    if (location) {
+      line.offset = location->offset;
+      archive_.sidecars().noteMessage(location->packID, line);
+    } else {
+      archive_.solidBlock().add({id, message_.record.payload, {std::move(line)}});
+    }
     applyMatchingHolds();
     recordIngested(id, insert);
   }
@@ -192,17 +231,17 @@ class Commit {
     catalog_.indexText(id, message_.indexed);
   }
 
-  void noteForRecovery(std::int64_t pack, std::int64_t offset, const std::string& ofClass,
-                       std::optional<std::int64_t> blockMember) {
-    archive_.sidecars().noteMessage(pack, {.offset = offset,
-                                           .hash = message_.hash,
-                                           .folder = mailbox_.path,
-                                           .account = mailbox_.account,
-                                           .uid = uid(),
-                                           .flags = flagText(message_.source.flags),
-                                           .internalDate = message_.source.internalDate,
-                                           .retentionClass = ofClass,
-                                           .blockMember = blockMember});
+  /// This message in this mailbox, for the sidecar; its place is still to be filled in.
+  RecoveryIndex::Message recoveryLine(const std::string& ofClass) const {
+    return {.offset = 0,
+            .hash = message_.hash,
+            .folder = mailbox_.path,
+            .account = mailbox_.account,
+            .uid = uid(),
+            .flags = flagText(message_.source.flags),
+            .internalDate = message_.source.internalDate,
+            .retentionClass = ofClass,
+            .blockMember = std::nullopt};
   }
 
   void applyMatchingHolds() {
@@ -216,11 +255,11 @@ class Commit {
     std::map<std::string, std::string> details = {
         {"id", std::to_string(id)},
         {"size", std::to_string(insert.size)},
-        {"stored", std::to_string(insert.storedSize)},
+        {"stored", insert.packID ? std::to_string(insert.storedSize) : kInSolidBlock},
         {"attachments", std::to_string(insert.attachmentCount)},
         {"folder_id", std::to_string(mailbox_.folderID)},
         {"class", insert.retentionClass},
-        {"codec", std::string(label(message_.record.codec))},
+        {"codec", insert.packID ? std::string(label(message_.record.codec)) : kInSolidBlock},
         {"origin", insert.origin}};
     if (!insert.originSource.empty()) details["origin_source"] = insert.originSource;
     archive_.journal().append(AuditAction::messageIngested, message_.hash, details);
@@ -231,6 +270,7 @@ class Commit {
   const PreparedMessage& message_;
   const MailboxRef& mailbox_;
   const std::optional<RetentionClass>& chosenClass_;
+  const bool encrypts_ = archive_.policy().cryptoShreddingEnabled;
 };
 
 }  // namespace
@@ -247,7 +287,9 @@ IngestOutcome commit(MailArchive& archive, const PreparedMessage& message,
 PrepareSettings prepareSettings(MailArchive& archive) {
   return {.dictionary = archive.dictionaries().active(),
           .effort = archive.manifest().compressionEffort,
-          .extractionThreshold = archive.manifest().attachmentExtractionThreshold};
+          .extractionThreshold = archive.manifest().attachmentExtractionThreshold,
+          .isLearning = archive.dictionaries().isLearning(),
+          .compressesRecords = !archive.writesSolidBlocks()};
 }
 
 }  // namespace ambervane

@@ -15,11 +15,16 @@ namespace ambervane {
 namespace {
 
 constexpr const char* kActiveKey = "active_dictionary";
+constexpr const char* kTrainedKey = "trained_messages";
 
 }  // namespace
 
-DictionaryKeeper::DictionaryKeeper(Catalog& catalog, std::filesystem::path folder)
-    : catalog_(catalog), folder_(std::move(folder)) {}
+DictionaryKeeper::DictionaryKeeper(Catalog& catalog, std::filesystem::path folder,
+                                   std::int64_t trainingSample)
+    : catalog_(catalog), folder_(std::move(folder)), trainingSample_(trainingSample) {
+  trainedMessages_ = parseInteger(catalog_.meta(kTrainedKey).value_or("0")).value_or(0);
+  savedMessages_ = trainedMessages_;
+}
 
 std::uint16_t DictionaryKeeper::activeIdentifier() const {
   const auto id = parseInteger(catalog_.meta(kActiveKey).value_or("0"));
@@ -89,6 +94,29 @@ std::shared_ptr<const Bytes> DictionaryKeeper::dictionary(std::uint16_t id) {
   if (!bytes) return nullptr;
   const std::lock_guard lock(mutex_);
   return cache_[id] = std::make_shared<const Bytes>(*std::move(bytes));
+}
+
+void DictionaryKeeper::noteStored(Bytes sample) {
+  if (!isLearning()) return;
+  trainer_.addSample(std::move(sample));
+  ++trainedMessages_;
+}
+
+void DictionaryKeeper::saveProgress() {
+  if (trainedMessages_ == savedMessages_) return;
+  catalog_.setMeta(kTrainedKey, std::to_string(trainedMessages_));
+  savedMessages_ = trainedMessages_;
+}
+
+void DictionaryKeeper::trainIfDue() noexcept {
+  if (isLearning() || trainer_.sampleCount() == 0) return;
+  try {
+    const DictionaryTrainer trainer = std::exchange(trainer_, DictionaryTrainer());
+    const Bytes built = trainer.build();
+    if (!built.empty()) store(built, static_cast<std::int64_t>(trainer.sampleCount()));
+  } catch (const std::exception&) {
+    // Only a matter of size.
+  }
 }
 
 void DictionaryKeeper::store(BytesView bytes, std::int64_t samples) {

@@ -1,6 +1,7 @@
 #ifndef AMBERVANE_STORE_DICTIONARY_KEEPER_H_
 #define AMBERVANE_STORE_DICTIONARY_KEEPER_H_
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "base/bytes.h"
+#include "store/dictionary_trainer.h"
 
 namespace ambervane {
 
@@ -26,7 +28,8 @@ struct Dictionary {
 class DictionaryKeeper {
  public:
   /// `catalog` must outlive the keeper.
-  DictionaryKeeper(Catalog& catalog, std::filesystem::path folder);
+  /// `trainingSample` is the number of messages to learn from, once in the archive's life.
+  DictionaryKeeper(Catalog& catalog, std::filesystem::path folder, std::int64_t trainingSample);
 
   /// Loads the active dictionary; a catalog without one takes those on disk in, or else installs
   /// the built-in one. No file is ever replaced.
@@ -36,6 +39,15 @@ class DictionaryKeeper {
   Dictionary active() const;
   /// The bytes of dictionary `id`; null for 0 and for one that is lost.
   std::shared_ptr<const Bytes> dictionary(std::uint16_t id);
+  /// Whether samples of stored messages are still wanted.
+  bool isLearning() const noexcept { return trainedMessages_ < trainingSample_; }
+  /// Takes what `DictionaryTrainer::sampleOf` cut from a message that was stored.
+  void noteStored(Bytes sample);
+  /// Writes how many messages have been learnt from; to be called in each batch's transaction.
+  void saveProgress();
+  /// Builds and activates a dictionary when the last sample has come, outside a batch. A failure is
+  /// passed over: the dictionary in use goes on serving.
+  void trainIfDue() noexcept;
   /// Stores a dictionary in both places and makes it the active one.
   void store(BytesView bytes, std::int64_t samples);
 
@@ -52,6 +64,10 @@ class DictionaryKeeper {
   mutable std::mutex mutex_;
   Dictionary active_;
   std::map<std::uint16_t, std::shared_ptr<const Bytes>> cache_;
+  const std::int64_t trainingSample_;
+  DictionaryTrainer trainer_;  ///< this and the counters are the committing thread's
+  std::atomic<std::int64_t> trainedMessages_ = 0;  ///< the reader's thread looks at it
+  std::int64_t savedMessages_ = 0;
 };
 
 }  // namespace ambervane

@@ -55,7 +55,8 @@ class IngestRun {
   }
 
   IngestSummary finish(bool cancelled) {
-    archive_.packs().flush();
+    archive_.flushSolidBlock();
+    archive_.synchronize();
     try {
       archive_.catalog().optimizeSearchIndex();
     } catch (const SQLiteError&) {
@@ -178,13 +179,17 @@ IngestSummary ingestAll(MailArchive& archive, MessageImporter& importer,
                         const IngestOptions& options, const std::function<bool()>& shouldCancel,
                         const IngestProgress& progress) {
   if (archive.readOnly()) throw ArchiveError(ArchiveError::ReadOnly{});
-  if (archive.policy().cryptoShreddingEnabled) {
-    throw ArchiveError(ArchiveError::EncryptionUnavailable{});
-  }
   IngestRun run(archive, options, progress);
-  PrepareSettings settings = prepareSettings(archive);
-  settings.preparesWhatIsNotMail = options.archivesFilesThatAreNotMail;
-  IngestPipeline pipeline(importer, std::move(settings), shouldCancel);
+  PrepareSettings atStart = prepareSettings(archive);
+  atStart.preparesWhatIsNotMail = options.archivesFilesThatAreNotMail;
+  // Asked from the reader's thread: of the archive only the dictionary may change meanwhile.
+  const auto settings = [&dictionaries = archive.dictionaries(), &atStart] {
+    PrepareSettings now = atStart;
+    now.dictionary = dictionaries.active();
+    now.isLearning = dictionaries.isLearning();
+    return now;
+  };
+  IngestPipeline pipeline(importer, settings, shouldCancel);
   for (auto items = pipeline.next(); !items.empty(); items = pipeline.next()) {
     run.commitBatch(items);
   }

@@ -12,30 +12,38 @@ class IngestBatch {
   explicit IngestBatch(MailArchive& archive) : archive_(archive) {
     archive_.journal().beginBatch();
     try {
+      archive_.keys().beginBatch();
       archive_.catalog().beginBatch();
     } catch (...) {
+      archive_.keys().rollbackBatch();
       endJournalBatch();
       throw;
     }
   }
   ~IngestBatch() {
     if (finished_) return;
+    archive_.keys().rollbackBatch();
     archive_.catalog().rollbackBatch();
+    archive_.solidBlock().rollback();
     endJournalBatch();
   }
   IngestBatch(const IngestBatch&) = delete;
   IngestBatch& operator=(const IngestBatch&) = delete;
 
-  /// Makes everything durable: pack, sidecar, journal, then the catalog's commit. Throws what any
-  /// of them throws; nothing of the batch is in the catalog then. A seal that has become due is
+  /// Makes everything durable: keys, pack, sidecar, journal, then the catalog's commit. Throws what
+  /// any of them throws; nothing of the batch is in the catalog then. A seal that has become due is
   /// written last, so that it counts nothing that could still be taken back.
   void finish() {
+    archive_.keys().commitBatch();
     archive_.packs().flush();
     archive_.noteDurablePack();
+    archive_.dictionaries().saveProgress();
     archive_.flushSidecars();
     archive_.journal().endBatch();
     archive_.catalog().commitBatch();
+    archive_.solidBlock().commit();
     finished_ = true;
+    archive_.dictionaries().trainIfDue();
     archive_.sealIfDue();
   }
 

@@ -24,7 +24,7 @@ std::size_t IngestPipeline::batchMessages() {
   return std::max<std::size_t>(8, ThreadPool::processorCount() * 4);
 }
 
-IngestPipeline::IngestPipeline(MessageImporter& importer, PrepareSettings settings,
+IngestPipeline::IngestPipeline(MessageImporter& importer, std::function<PrepareSettings()> settings,
                                std::function<bool()> shouldCancel)
     : importer_(importer),
       settings_(std::move(settings)),
@@ -91,9 +91,9 @@ bool IngestPipeline::take(SourceMessage&& message) {
   }
   // The task owns the bytes until they are prepared; the item's address stays.
   auto source = std::make_shared<SourceMessage>(std::move(message));
-  item->done = pool_.submit([this, source, target = item.get()] {
+  item->done = pool_.submit([source, target = item.get(), settings = settings_()] {
     try {
-      target->prepared = prepareOne(std::move(*source), settings_);
+      target->prepared = prepareOne(std::move(*source), settings);
     } catch (const std::exception& error) {
       // Want of memory for one huge message is no reason to lose those behind it.
       target->unreadable = target->name + ": " + error.what();

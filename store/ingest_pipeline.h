@@ -40,9 +40,9 @@ class IngestPipeline {
   };
   using Batch = std::vector<std::unique_ptr<Item>>;
 
-  /// Starts reading. `importer` must outlive the pipeline; `shouldCancel` is asked before each
-  /// message, on the reader's thread.
-  IngestPipeline(MessageImporter& importer, PrepareSettings settings,
+  /// Starts reading. `importer` must outlive the pipeline; `settings` is asked anew for
+  /// each message and `shouldCancel` before each, both on the reader's thread.
+  IngestPipeline(MessageImporter& importer, std::function<PrepareSettings()> settings,
                  std::function<bool()> shouldCancel);
   /// Stops the source and waits for what is under way.
   ~IngestPipeline();
@@ -66,7 +66,7 @@ class IngestPipeline {
   bool handOver();
 
   MessageImporter& importer_;
-  const PrepareSettings settings_;
+  const std::function<PrepareSettings()> settings_;
   const std::function<bool()> shouldCancel_;
 
   std::mutex mutex_;

@@ -74,7 +74,6 @@ std::unique_ptr<MailArchive> MailArchive::create(const fs::path& url, const std:
                                                  const RetentionPolicy& policy,
                                                  CompressionEffort effort,
                                                  ArchiveEnvironment environment) {
-  if (policy.cryptoShreddingEnabled) throw ArchiveError(ArchiveError::EncryptionUnavailable{});
   requireEmptyDestination(url);
   createFolders(url);
 
@@ -183,7 +182,13 @@ void MailArchive::openParts() {
       environment_.journalLock ? environment_.journalLock : systemFileLock, environment_.clock);
   sealer_ = std::make_unique<Sealer>(url_ / "keys" / "seal.key", url_ / "chain" / "seals",
                                      environment_.clock, !readOnly_);
-  dictionaries_ = std::make_unique<DictionaryKeeper>(*catalog_, url_ / "dict");
+  const fs::path keyDatabase = url_ / "keys" / "content-keys.sqlite";
+  const fs::path masterKey = url_ / "keys" / "master.key";
+  keys_ = readOnly_ ? ContentKeyStore::reading(keyDatabase, masterKey,
+                                               storage_ == StorageAccess::readOnlyMedium)
+                    : ContentKeyStore::writing(keyDatabase, masterKey, environment_.clock);
+  dictionaries_ = std::make_unique<DictionaryKeeper>(*catalog_, url_ / "dict",
+                                                     manifest_.dictionaryTrainingSample);
 }
 
 void MailArchive::prepareForWriting() {
@@ -284,12 +289,28 @@ void MailArchive::flushSidecars() {
   }
 }
 
+std::size_t MailArchive::flushSolidBlock() {
+  if (readOnly_ || solidBlock_.isEmpty()) return 0;
+  const std::size_t count = writeSolidBlock(*this, solidBlock_.release());
+  if (catalog_->batchDepth() == 0) solidBlock_.commit();
+  return count;
+}
+
+void MailArchive::requireReader(int version) {
+  if (readOnly_ || manifest_.minimumReaderVersion >= version) return;
+  ArchiveManifest raised = manifest_;
+  raised.minimumReaderVersion = version;
+  raised.save(url_ / "archive.json");
+  manifest_ = std::move(raised);
+}
+
 void MailArchive::noteDurablePack() {
   catalog_->notePackBytes(currentPack_, packs_->openForWriting(currentPack_));
 }
 
 ChainSeal MailArchive::sealNow() {
   if (readOnly_) throw ArchiveError(ArchiveError::ReadOnly{});
+  flushSolidBlock();
   // A seal must never anchor an entry that a crash could still take away.
   synchronize();
   return writeSeal();
@@ -309,6 +330,7 @@ ChainSeal MailArchive::writeSeal() {
 
 void MailArchive::sealIfDue() {
   if (!isSealDue() || catalog_->batchDepth() > 0) return;
+  flushSolidBlock();
   synchronize();
   try {
     writeSeal();
@@ -317,13 +339,24 @@ void MailArchive::sealIfDue() {
   }
 }
 
+void MailArchive::recordFailedClose(const std::string& error) noexcept {
+  try {
+    journal_->append(
+        AuditAction::integrityFailed, "close",
+        {{"error", error}, {"note", "messages held in an unflushed block were not written"}});
+  } catch (const std::exception&) {
+    // The failure itself is told all the same.
+  }
+}
+
 void MailArchive::close() {
   std::exception_ptr failure;
   try {
+    flushSolidBlock();
     packs_->flush();
-  } catch (const std::exception&) {
-    // Whatever was acknowledged was flushed at the end of its batch.
+  } catch (const std::exception& error) {
     failure = std::current_exception();
+    recordFailedClose(error.what());
   }
   if (!readOnly_) flushSidecars();
   sidecars_.reset();
@@ -331,6 +364,7 @@ void MailArchive::close() {
   journal_.reset();
   if (!readOnly_) catalog_->database().checkpoint();
   sealer_.reset();
+  keys_.reset();
   dictionaries_.reset();
   catalog_.reset();
   lock_.reset();

@@ -18,9 +18,11 @@
 #include "store/archive_manifest.h"
 #include "store/catalog.h"
 #include "store/codec.h"
+#include "store/content_key_store.h"
 #include "store/dictionary_keeper.h"
 #include "store/pack_store.h"
 #include "store/recovery_sidecars.h"
+#include "store/solid_block_writer.h"
 #include "store/storage_access.h"
 
 namespace ambervane {
@@ -66,6 +68,15 @@ class MailArchive {
   AuditJournal& journal() noexcept { return *journal_; }
   Sealer& sealer() noexcept { return *sealer_; }
   DictionaryKeeper& dictionaries() noexcept { return *dictionaries_; }
+  ContentKeyStore& keys() noexcept { return *keys_; }
+  SolidBlockWriter& solidBlock() noexcept { return solidBlock_; }
+  SolidBlockReader& solidReader() noexcept { return solidReader_; }
+  /// Whether message records wait to be written in blocks: at the smallest effort, unless single
+  /// messages must stay erasable.
+  bool writesSolidBlocks() const noexcept {
+    return manifest_.compressionEffort == CompressionEffort::smallest &&
+           !policy().cryptoShreddingEnabled;
+  }
   RecoverySidecars& sidecars() noexcept { return *sidecars_; }
   Date now() const { return environment_.clock(); }
 
@@ -89,6 +100,11 @@ class MailArchive {
 
   /// Makes pack, sidecar and journal durable, in this order. Throws what pack or journal throw.
   void synchronize();
+  /// Writes the messages that wait for a block; returns how many. Throws PackError, FileError,
+  /// SQLiteError.
+  std::size_t flushSolidBlock();
+  /// Raises what a reader must understand, on disk before anything needs it. Safe from one thread.
+  void requireReader(int version);
   /// Flushes the sidecars; the first failure among them is journalled.
   void flushSidecars();
   /// Notes in the catalog up to where the current pack, just flushed, holds records.
@@ -115,6 +131,7 @@ class MailArchive {
   void sealPack(std::int64_t packID);
   void switchToPack(std::int64_t packID);
   ChainSeal writeSeal();
+  void recordFailedClose(const std::string& error) noexcept;
 
   std::filesystem::path url_;
   ArchiveEnvironment environment_;
@@ -129,7 +146,10 @@ class MailArchive {
   std::unique_ptr<RecoverySidecars> sidecars_;
   std::unique_ptr<AuditJournal> journal_;
   std::unique_ptr<Sealer> sealer_;
+  std::unique_ptr<ContentKeyStore> keys_;
   std::unique_ptr<DictionaryKeeper> dictionaries_;
+  SolidBlockWriter solidBlock_;
+  SolidBlockReader solidReader_;
   std::vector<std::string> notices_;
   std::int64_t entriesSinceSeal_ = 0;
   std::int64_t currentPack_ = 0;

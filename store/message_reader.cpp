@@ -21,12 +21,20 @@ namespace {
   throw PackError(PackError::CorruptRecord{std::move(text)});
 }
 
-/// The bytes of a pack record before compression. `what` names the record in a failure.
-Bytes decodedPayload(MailArchive& archive, const PackLocation& location, const std::string& what) {
+/// The bytes of a pack record before compression and encryption. `what` names the record in a
+/// failure, `digest` is bound to it, and `findKey` gives its key or throws.
+Bytes decodedPayload(MailArchive& archive, const PackLocation& location, const std::string& what,
+                     const std::string& digest, const std::function<SymmetricKey()>& findKey) {
   const PackStore::RawRecord record = archive.packs().read(location);
-  if (!record.flags.deflated()) return Bytes(record.payload);
+  Bytes opened;
+  BytesView payload = record.payload;
+  if (record.flags.encrypted()) {
+    opened = ContentKeyStore::open(payload, findKey(), digest);
+    payload = opened;
+  }
+  if (!record.flags.deflated()) return Bytes(payload);
   const auto dictionary = archive.dictionaries().dictionary(record.dictionaryID);
-  auto plain = Compressor::decompress(record.payload, record.flags.codec(),
+  auto plain = Compressor::decompress(payload, record.flags.codec(),
                                       dictionary ? BytesView(*dictionary) : BytesView(),
                                       record.originalLength);
   if (!plain) corrupt("decompression failed for " + what);
@@ -42,9 +50,16 @@ PackLocation locationOf(const MessageRow& row) {
   return location;
 }
 
+/// The row as it stands once its message does not wait for a block any more.
+MessageRow settled(MailArchive& archive, const MessageRow& row) {
+  if (row.packID || row.erased || archive.flushSolidBlock() == 0) return row;
+  return archive.catalog().message(row.id).value_or(row);
+}
+
 /// The segments in order, each blob as `fetch` gives it.
-Bytes reassemble(MailArchive& archive, const MessageRow& row,
+Bytes reassemble(MailArchive& archive, const MessageRow& given,
                  const std::function<Bytes(const MessageRecord::Blob&)>& fetch) {
+  const MessageRow row = settled(archive, given);
   const Bytes plain = decodedRecordPayload(archive, row, locationOf(row));
   const MessageRecord record = MessageRecord::decode(plain);
   Bytes raw;
@@ -72,7 +87,15 @@ void requireWhole(const MessageRow& row, const Bytes& raw) {
 
 Bytes decodedRecordPayload(MailArchive& archive, const MessageRow& row,
                            const PackLocation& location) {
-  return decodedPayload(archive, location, "message " + std::to_string(row.id));
+  if (row.blockMember) {
+    return archive.solidReader().member(archive, static_cast<std::size_t>(*row.blockMember),
+                                        location);
+  }
+  return decodedPayload(archive, location, "message " + std::to_string(row.id), row.sha256, [&] {
+    auto key = archive.keys().key(row.id);
+    if (!key) throw ArchiveError(ArchiveError::Erased{row.id});
+    return *std::move(key);
+  });
 }
 
 Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expectedEncodedLength) {
@@ -82,7 +105,11 @@ Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expe
   PackLocation location;
   location.packID = blob->packID;
   location.offset = blob->packOffset;
-  Bytes bytes = decodedPayload(archive, location, "blob " + shortHash);
+  Bytes bytes = decodedPayload(archive, location, "blob " + shortHash, hash, [&] {
+    auto key = archive.keys().blobKey(hash, false);
+    if (!key) throw ArchiveError(ArchiveError::BlobErased{hash});
+    return *std::move(key);
+  });
   if (blob->recipe) {
     if (const auto recipe = Base64Recipe::fromJson(*blob->recipe)) bytes = recipe->encode(bytes);
   }

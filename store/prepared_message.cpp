@@ -161,12 +161,20 @@ std::optional<PreparedMessage> prepareOne(SourceMessage source, const PrepareSet
   out.hash = sha256Hex(raw);
   out.dictionaryID = settings.dictionary.id;
 
+  if (settings.isLearning) out.trainingSample = DictionaryTrainer::sampleOf(raw);
+
   const ParsedMessage parsed(raw);
   auto attachments = parsed.attachments();
   out.indexed.attachments = attachmentNames(attachments);
   {
     const MessageRecord record = MessageSplitter(raw, settings, out).split(std::move(attachments));
-    out.record = Compressor::compress(record.encode(), settings.dictionary.view(), settings.effort);
+    Bytes plain = record.encode();
+    if (settings.compressesRecords) {
+      out.record = Compressor::compress(plain, settings.dictionary.view(), settings.effort);
+    } else {
+      out.record.originalLength = plain.size();
+      out.record.payload = std::move(plain);
+    }
   }
   out.envelope = readEnvelope(parsed);
   const MessageTexts texts = parsed.texts();

@@ -20,6 +20,8 @@ struct PrepareSettings {
   Dictionary dictionary;
   CompressionEffort effort = CompressionEffort::balanced;
   std::int64_t extractionThreshold = 4096;  ///< encoded bytes from which an attachment is a blob
+  bool isLearning = false;                  ///< a sample for the dictionary is wanted
+  bool compressesRecords = true;            ///< else message records wait, plain, for a solid block
   bool preparesWhatIsNotMail = true;        ///< else such bytes are only recognised
 };
 
@@ -48,7 +50,8 @@ struct PreparedMessage {
   bool looksLikeMail = true;  ///< when false, the fields below may not be filled in
   std::vector<PreparedBlob> extracted;
   std::vector<AttachmentRef> inlineAttachments;  ///< those that stay in the record
-  CompressedRecord record;
+  CompressedRecord record;                       ///< not compressed when it waits for a solid block
+  Bytes trainingSample;                          ///< empty when none is wanted
   std::uint16_t dictionaryID = 0;  ///< of the dictionary all of it was compressed with
   EnvelopeFields envelope;
   std::vector<std::pair<std::string, std::string>> headers;  ///< for the header index

@@ -6,8 +6,11 @@
 #include <string>
 
 #include "base/digest.h"
+#include "store/brotli_codec.h"
 #include "store/deflate.h"
+#include "store/lzfse.h"
 #include "store/seed_dictionary.h"
+#include "store/xz_codec.h"
 
 namespace ambervane {
 namespace {
@@ -42,9 +45,10 @@ TEST(Compressor, choosesCodec) {
       {"128Bytes", Bytes(128, 'a'), Codec::deflateDictionary},
       {"128BytesOfNoise", noise(128), Codec::stored},
       {"incompressible", noise(1000000), Codec::stored},
-      {"savesTwoPerCent", noise(98000) + Bytes(2000, '\0'), Codec::stored},
-      {"savesFivePerCent", noise(95000) + Bytes(5000, '\0'), Codec::deflateDictionary},
+      {"savesTwoPerCent", noise(29400) + Bytes(600, '\0'), Codec::stored},
+      {"savesFivePerCent", noise(28500) + Bytes(1500, '\0'), Codec::deflateDictionary},
       {"text", kGreeting + kGreeting, Codec::deflateDictionary},
+      {"largestLeftToDeflate", Bytes(32767, 'a'), Codec::deflateDictionary},
   };
   for (const auto effort :
        {CompressionEffort::fast, CompressionEffort::balanced, CompressionEffort::smallest}) {
@@ -56,6 +60,72 @@ TEST(Compressor, choosesCodec) {
       EXPECT_EQ(Compressor::decompress(record.payload, record.codec, seedDictionary(),
                                        record.originalLength),
                 c.data);
+    }
+  }
+}
+
+/// Lines of a table: digits of which most repeat a column's.
+Bytes table(std::size_t size) {
+  std::mt19937 random(3);
+  Bytes text;
+  for (unsigned row = 0; text.size() < size; ++row) {
+    text += "2024-03-" + std::to_string(10 + row / 90 % 20) + ";" + std::to_string(random() % 50) +
+            ";Zürich;" + std::to_string(1000 + random() % 9) + ".00\n";
+  }
+  text.resize(size);
+  return text;
+}
+
+TEST(Compressor, triesStrongerCodecsOnLargeRecords) {
+  using enum CompressionEffort;
+  const Bytes lines = table(200000);
+  // Repeats itself farther back than deflate reaches.
+  const Bytes far = table(50000) + noise(2000) + table(50000);
+  const Bytes half = lines + noise(200000);
+  const struct {
+    const char* name;
+    Bytes data;
+    CompressionEffort effort;
+    Codec codec;
+  } kCases[] = {
+      {"fast", lines, fast, Codec::deflateDictionary},
+      {"balanced", far, balanced, Codec::lzfse},
+      {"balancedDeflateIsSmaller", lines, balanced, Codec::deflateDictionary},
+      {"smallest", lines, smallest, Codec::lzma},
+      {"runAtBalanced", Bytes(32768, 'a'), balanced, Codec::deflateDictionary},
+      {"runAtSmallest", Bytes(32768, 'a'), smallest, Codec::brotli},
+      {"aboveHalfWithoutLzma", half, smallest, Codec::brotli},
+      {"noise", noise(400000), smallest, Codec::stored},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    const CompressedRecord record = Compressor::compress(c.data, seedDictionary(), c.effort);
+    EXPECT_EQ(record.codec, c.codec);
+    EXPECT_EQ(record.originalLength, c.data.size());
+    EXPECT_TRUE(Compressor::decompress(record.payload, record.codec, seedDictionary(),
+                                       record.originalLength) == c.data);
+  }
+  const CompressedRecord record = Compressor::compress(half, "", smallest);
+  EXPECT_LT(xzEncode(half).value().size(), record.payload.size()) << "else nothing was skipped";
+}
+
+TEST(Compressor, promisedSizes) {
+  const Bytes data = table(64000);
+  const struct {
+    Codec codec;
+    Bytes payload;
+  } kCases[] = {
+      {Codec::lzfse, lzfseEncode(data).value()},
+      {Codec::brotli, brotliEncode(data).value()},
+      {Codec::lzma, xzEncode(data).value()},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(label(c.codec));
+    for (const std::size_t size : {data.size(), data.size() / 16, ~std::size_t{0}}) {
+      EXPECT_TRUE(Compressor::decompress(c.payload, c.codec, "", size) == data) << size;
+    }
+    for (const std::size_t size : {data.size() / 16 - 1, std::size_t{0}}) {
+      EXPECT_FALSE(Compressor::decompress(c.payload, c.codec, "", size)) << size;
     }
   }
 }
@@ -92,12 +162,16 @@ TEST(Compressor, decompressesTheDocumentedStreams) {
        std::nullopt},
       {"empty", "", Codec::deflateDictionary, "", ""},
       {"stored", "as it is", Codec::stored, "", "as it is"},
-      {"lzfse", "bvxn", Codec::lzfse, "", std::nullopt},
-      {"lzma",
-       "\xfd"
-       "7zXZ",
-       Codec::lzma, "", std::nullopt},
-      {"brotli", "\x0b", Codec::brotli, "", std::nullopt},
+      {"lzfse", "bvx-\x03" + Bytes(3, '\0') + "abcbvx$", Codec::lzfse, "", "abc"},
+      {"lzfseOfNothing", "bvx$", Codec::lzfse, "", std::nullopt},
+      {"lzfseIsCut", "bvxn", Codec::lzfse, "", std::nullopt},
+      {"lzmaIsCut", unhex("fd377a585a"), Codec::lzma, "", std::nullopt},
+      {"brotli",
+       unhex("0b0180616263"
+             "03"),
+       Codec::brotli, "", "abc"},
+      {"brotliOfNothing", unhex("06"), Codec::brotli, "", std::nullopt},
+      {"noPayload", "", Codec::brotli, "", std::nullopt},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);

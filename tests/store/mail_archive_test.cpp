@@ -67,10 +67,11 @@ TEST(MailArchive, creationIsJournalledAndSealed) {
   EXPECT_EQ(archive->sealer().latestSeal()->entryCount, 1);
   archive.close();
   EXPECT_EQ(filesBelow(archive.path()),
-            (std::set<std::string>{
-                "FORMAT.md", "archive.json", "catalog.sqlite", "chain", "chain/journal.jsonl",
-                "chain/seals", "chain/seals/00000001.seal.json", "dict", "dict/00001.dict",
-                "export", "keys", "keys/seal.key", "lock", "packs", "packs/00000001.pack"}));
+            (std::set<std::string>{"FORMAT.md", "archive.json", "catalog.sqlite", "chain",
+                                   "chain/journal.jsonl", "chain/seals",
+                                   "chain/seals/00000001.seal.json", "dict", "dict/00001.dict",
+                                   "export", "keys", "keys/content-keys.sqlite", "keys/master.key",
+                                   "keys/seal.key", "lock", "packs", "packs/00000001.pack"}));
 }
 
 TEST(MailArchive, createTakesOnlyAnEmptyPlace) {
@@ -90,17 +91,6 @@ TEST(MailArchive, createTakesOnlyAnEmptyPlace) {
     expectRefusal<ArchiveError::DestinationNotEmpty>([&] { create(name); },
                                                      "There is already something at ");
   }
-}
-
-TEST(MailArchive, aPolicyThatNeedsKeysIsRefusedBeforeAnythingIsWritten) {
-  const ScratchFolder folder;
-  expectRefusal<ArchiveError::EncryptionUnavailable>(
-      [&] {
-        MailArchive::create(folder / "a", "n", RetentionPolicy({ComplianceRegime::euGDPR}),
-                            CompressionEffort::balanced, TestArchive::environment());
-      },
-      "eu-gdpr");
-  EXPECT_FALSE(fs::exists(folder / "a"));
 }
 
 TEST(MailArchive, whatIsNoArchive) {
