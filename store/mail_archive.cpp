@@ -291,9 +291,22 @@ void MailArchive::flushSidecars() {
 
 std::size_t MailArchive::flushSolidBlock() {
   if (readOnly_ || solidBlock_.isEmpty()) return 0;
-  const std::size_t count = writeSolidBlock(*this, solidBlock_.release());
-  if (catalog_->batchDepth() == 0) solidBlock_.commit();
-  return count;
+  if (catalog_->batchDepth() > 0) return writeSolidBlock(*this, solidBlock_.release());
+  // Outside a batch the order of a batch's end holds all the same: record first, rows last.
+  catalog_->beginBatch();
+  try {
+    const std::size_t count = writeSolidBlock(*this, solidBlock_.release());
+    packs_->flush();
+    noteDurablePack();
+    flushSidecars();
+    catalog_->commitBatch();
+    solidBlock_.commit();
+    return count;
+  } catch (...) {
+    catalog_->rollbackBatch();
+    solidBlock_.rollback();
+    throw;
+  }
 }
 
 void MailArchive::requireReader(int version) {

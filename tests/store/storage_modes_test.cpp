@@ -172,6 +172,23 @@ TEST(StorageModes, whatWaitedInALostBlockIsSweptAndTakenInAgain) {
   EXPECT_EQ(archive->catalog().database().count("SELECT refcount FROM blob"), 1);
 }
 
+TEST(StorageModes, aBlockThatCannotBeFlushedLeavesItsRowsUnplacedAndWaitsOn) {
+  TestArchive archive(RetentionPolicy(), CompressionEffort::smallest);
+  Catalog& catalog = archive->catalog();
+  const MailboxRef inbox{
+      catalog.upsertFolder(catalog.upsertAccount("a", "imap", {}, {}, {}), "INBOX"), "INBOX", "a"};
+  SourceMessage message;
+  message.raw = plainMail(1);
+  ingest(*archive, message, inbox);
+  {
+    const FullDisk full(10);
+    EXPECT_THROW(archive->flushSolidBlock(), FileError);
+  }
+  EXPECT_FALSE(catalog.message(1)->packID);
+  EXPECT_EQ(archive->flushSolidBlock(), 1U);
+  EXPECT_EQ(rawMessage(*archive, *catalog.message(1)), plainMail(1));
+}
+
 TEST(StorageModes, erasureAndBlocksExcludeEachOther) {
   TestArchive archive(RetentionPolicy({ComplianceRegime::euGDPR}), CompressionEffort::smallest);
   archive.ingest(someMails(5));
