@@ -19,6 +19,7 @@ constexpr const char* kLineLengthKey = "lineLength";
 constexpr const char* kUsesCRLFKey = "usesCRLF";
 constexpr const char* kTrailingNewlineKey = "trailingNewline";
 constexpr const char* kLeadingWhitespaceKey = "leadingWhitespace";
+constexpr std::size_t kLinesPerPiece = 256;
 
 /// The line at the start of `text` without its end (RFC 5322 section 2.1, bare LF taken too);
 /// `text` moves behind it.
@@ -56,14 +57,39 @@ std::optional<Base64Recipe> shapeOf(BytesView encoded) {
   return recipe;
 }
 
+/// Whether `recipe.encode(decoded)` is `encoded`, in the memory of a few lines. The length of a
+/// line is a multiple of four.
+bool reproduces(const Base64Recipe& recipe, BytesView decoded, BytesView encoded) {
+  Base64Recipe piece = recipe;
+  const auto takes = [&encoded](BytesView text) {
+    if (!encoded.starts_with(text)) return false;
+    encoded.remove_prefix(text.size());
+    return true;
+  };
+  const std::size_t step = recipe.lineLength / 4 * 3 * kLinesPerPiece;
+  for (std::size_t at = 0; at < decoded.size(); at += step) {
+    piece.leadingWhitespace = at == 0 ? recipe.leadingWhitespace : "";
+    piece.trailingNewline = at + step < decoded.size() || recipe.trailingNewline;
+    if (!takes(piece.encode(decoded.substr(at, step)))) return false;
+  }
+  return encoded.empty();
+}
+
 }  // namespace
 
 std::optional<Base64Recipe::Analysis> Base64Recipe::analyze(BytesView encoded) {
-  std::optional<Base64Recipe> recipe = shapeOf(encoded);
-  if (!recipe) return std::nullopt;
+  if (!shapeOf(encoded)) return std::nullopt;
   Bytes decoded = ContentTransferDecoder::decodeBase64(encoded);
-  if (decoded.empty() || recipe->encode(decoded) != encoded) return std::nullopt;
+  auto recipe = analyze(encoded, decoded);
+  if (!recipe) return std::nullopt;
   return Analysis{*std::move(recipe), std::move(decoded)};
+}
+
+std::optional<Base64Recipe> Base64Recipe::analyze(BytesView encoded, BytesView decoded) {
+  if (decoded.empty()) return std::nullopt;
+  std::optional<Base64Recipe> recipe = shapeOf(encoded);
+  if (recipe && !reproduces(*recipe, decoded, encoded)) recipe.reset();
+  return recipe;
 }
 
 Bytes Base64Recipe::encode(BytesView decoded) const {

@@ -28,6 +28,9 @@ struct Base64Recipe {
   /// when there is none. Never fails otherwise. Linear in the size, and quick for text that is not
   /// base64.
   static std::optional<Analysis> analyze(BytesView encoded);
+  /// The recipe alone, where `decoded` is known already: what
+  /// `ContentTransferDecoder::decodeBase64(encoded)` gives.
+  static std::optional<Base64Recipe> analyze(BytesView encoded, BytesView decoded);
 
   Bytes encode(BytesView decoded) const;
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "store/brotli_codec.h"
+#include "store/compressibility.h"
 #include "store/deflate.h"
 #include "store/lzfse.h"
 #include "store/xz_codec.h"
@@ -14,6 +15,8 @@ namespace {
 
 /// Smaller records are left to deflate: what a second codec saves there is not worth its time.
 constexpr std::size_t kLargeRecordBytes = 32768;
+/// Smaller records are tried at once; telling first whether it is in vain costs as much.
+constexpr std::size_t kDoubtfulBytes = 4096;
 /// LZMA is slow, and far ahead only on what compresses well: it is skipped when the codec tried
 /// before it leaves more than this share.
 constexpr double kMaxShareForLzma = 0.5;
@@ -48,6 +51,34 @@ std::size_t yieldLimit(std::size_t expectedSize) noexcept {
 std::optional<Bytes> unlessEmpty(std::optional<Bytes> content) {
   if (content && content->empty()) content.reset();
   return content;
+}
+
+/// The best that is worthwhile; `stored`, with the payload left empty, when none is.
+CompressedRecord smallest(BytesView data, BytesView dictionary, CompressionEffort effort) {
+  CompressedRecord best;
+  best.originalLength = data.size();
+  const bool isTried = data.size() >= Compressor::kMinimumBytes &&
+                       (data.size() < kDoubtfulBytes || !looksIncompressible(data));
+  if (!isTried) return best;
+  std::size_t bestSize = data.size();
+  double share = 1.0;  // what the last codec that had a result left of the data
+  for (const Candidate& candidate : kCandidates) {
+    if (effort < candidate.effort || data.size() < candidate.minimumBytes) continue;
+    if (candidate.codec == Codec::lzma && share > kMaxShareForLzma) continue;
+    std::optional<Bytes> encoded = candidate.encode(data, dictionary);
+    if (!encoded || encoded->empty()) continue;
+    share = static_cast<double>(encoded->size()) / static_cast<double>(data.size());
+    if (encoded->size() >= bestSize) continue;
+    bestSize = encoded->size();
+    best.payload = *std::move(encoded);
+    best.codec = candidate.codec;
+  }
+  const double limit = static_cast<double>(data.size()) * Compressor::kWorthwhileShare;
+  if (static_cast<double>(bestSize) > limit) {
+    best.codec = Codec::stored;
+    best.payload.clear();
+  }
+  return best;
 }
 
 }  // namespace
@@ -128,29 +159,16 @@ std::string_view explanation(CompressionEffort effort) noexcept {
 
 CompressedRecord Compressor::compress(BytesView data, BytesView dictionary,
                                       CompressionEffort effort) {
-  CompressedRecord best;
-  best.originalLength = data.size();
-  std::size_t bestSize = data.size();
-  double share = 1.0;  // what the last codec that had a result left of the data
-  if (data.size() >= kMinimumBytes) {
-    for (const Candidate& candidate : kCandidates) {
-      if (effort < candidate.effort || data.size() < candidate.minimumBytes) continue;
-      if (candidate.codec == Codec::lzma && share > kMaxShareForLzma) continue;
-      std::optional<Bytes> encoded = candidate.encode(data, dictionary);
-      if (!encoded || encoded->empty()) continue;
-      share = static_cast<double>(encoded->size()) / static_cast<double>(data.size());
-      if (encoded->size() >= bestSize) continue;
-      bestSize = encoded->size();
-      best.payload = *std::move(encoded);
-      best.codec = candidate.codec;
-    }
-  }
-  const double limit = static_cast<double>(data.size()) * kWorthwhileShare;
-  if (best.codec == Codec::stored || static_cast<double>(bestSize) > limit) {
-    best.codec = Codec::stored;
-    best.payload = data;
-  }
-  return best;
+  CompressedRecord record = smallest(data, dictionary, effort);
+  if (record.codec == Codec::stored) record.payload = data;
+  return record;
+}
+
+CompressedRecord Compressor::compressOwned(Bytes data, BytesView dictionary,
+                                           CompressionEffort effort) {
+  CompressedRecord record = smallest(data, dictionary, effort);
+  if (record.codec == Codec::stored) record.payload = std::move(data);
+  return record;
 }
 
 std::optional<Bytes> Compressor::decompress(BytesView payload, Codec codec, BytesView dictionary,

@@ -50,6 +50,8 @@ class Compressor {
   /// `data` by the codec that makes it smallest among those `effort` allows at this size, or
   /// stored. `dictionary` is the archive's active one; empty means none.
   static CompressedRecord compress(BytesView data, BytesView dictionary, CompressionEffort effort);
+  /// The same for bytes the caller gives up: what is stored as it is, is not copied.
+  static CompressedRecord compressOwned(Bytes data, BytesView dictionary, CompressionEffort effort);
 
   /// The bytes before compression. `dictionary` is the one the record names; empty means none.
   /// `expectedSize` is the record's original length and need not be true: memory follows what the

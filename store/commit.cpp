@@ -53,6 +53,7 @@ class Commit {
       fileDuplicate(*known);
       return {IngestOutcome::Kind::duplicate, ""};
     }
+    if (message_.isKnown) return vanished();
     return store();
   }
 
@@ -87,6 +88,7 @@ class Commit {
     try {
       std::vector<StoredAttachment> attachments;
       for (const PreparedBlob& blob : message_.extracted) {
+        if (blob.isKnown && !catalog_.blob(blob.ref.encodedHash)) return vanished();
         attachments.push_back(storedAttachment(blob.ref, commitBlob(blob)));
       }
       for (const AttachmentRef& ref : message_.inlineAttachments) {
@@ -107,6 +109,13 @@ class Commit {
     if (archive_.solidBlock().isFull()) archive_.flushSolidBlock();
     archive_.noteStoredMessage();
     return {IngestOutcome::Kind::stored, ""};
+  }
+
+  /// Something that was there while this message was prepared has gone. Nothing in this program
+  /// takes it away meanwhile; a message is rather reported as failed than stored without its bytes.
+  IngestOutcome vanished() const {
+    return {IngestOutcome::Kind::failed,
+            message_.hash.substr(0, 12) + ": the archive was changed while this was read"};
   }
 
   IngestOutcome discard(std::optional<std::int64_t> reserved, const std::exception& error) {

@@ -180,7 +180,9 @@ IngestSummary ingestAll(MailArchive& archive, MessageImporter& importer,
                         const IngestProgress& progress) {
   if (archive.readOnly()) throw ArchiveError(ArchiveError::ReadOnly{});
   IngestRun run(archive, options, progress);
+  const KnownDigests known(archive.catalog().database().path());
   PrepareSettings atStart = prepareSettings(archive);
+  atStart.known = &known;
   atStart.preparesWhatIsNotMail = options.archivesFilesThatAreNotMail;
   // Asked from the reader's thread: of the archive only the dictionary may change meanwhile.
   const auto settings = [&dictionaries = archive.dictionaries(), &atStart] {

@@ -26,18 +26,17 @@ class MessageSplitter {
   MessageSplitter(BytesView raw, const PrepareSettings& settings, PreparedMessage& out)
       : raw_(raw), settings_(settings), out_(out) {}
 
-  MessageRecord split(std::vector<AttachmentRef> attachments) {
-    std::stable_sort(attachments.begin(), attachments.end(),
-                     [](const AttachmentRef& a, const AttachmentRef& b) {
-                       return a.encodedRange.begin < b.encodedRange.begin;
-                     });
-    for (AttachmentRef& attachment : attachments) {
+  /// Attachments come in the order of their places in the message, those of one inside another
+  /// after it, so one walk with a cursor splits.
+  MessageRecord split(const ParsedMessage& parsed) {
+    parsed.forEachAttachment([this](AttachmentRef&& attachment, DecodedBytes&& decoded) {
+      noteName(attachment);
       if (isExtracted(attachment)) {
-        extract(std::move(attachment));
+        extract(std::move(attachment), std::move(decoded));
       } else {
         out_.inlineAttachments.push_back(std::move(attachment));
       }
-    }
+    });
     if (cursor_ < raw_.size() || record_.segments.empty()) {
       record_.segments.push_back(MessageRecord::Literal{raw_.substr(cursor_)});
     }
@@ -52,7 +51,14 @@ class MessageSplitter {
            range.end <= raw_.size() && record_.segments.size() + 3 <= MessageRecord::kMaxSegments;
   }
 
-  void extract(AttachmentRef attachment) {
+  void noteName(const AttachmentRef& attachment) {
+    if (attachment.isInline || !attachment.filename) return;
+    std::string& names = out_.indexed.attachments;
+    if (!names.empty()) names += ' ';
+    names += *attachment.filename;
+  }
+
+  void extract(AttachmentRef&& attachment, DecodedBytes&& decoded) {
     const ByteRange range = attachment.encodedRange;
     if (cursor_ < range.begin) {
       record_.segments.push_back(
@@ -66,14 +72,28 @@ class MessageSplitter {
     PreparedBlob blob;
     blob.ref = std::move(attachment);
     blob.encodedLength = encoded.size();
+    blob.isKnown = settings_.known != nullptr && settings_.known->hasBlob(blob.ref.encodedHash);
+    if (!blob.isKnown) compress(encoded, std::move(decoded), blob);
+    out_.extracted.push_back(std::move(blob));
+  }
+
+  /// Stores the decoded bytes where the encoded ones can be made from them again.
+  void compress(BytesView encoded, DecodedBytes&& decoded, PreparedBlob& blob) {
     const BytesView dictionary = settings_.dictionary.view();
-    if (const auto analysis = Base64Recipe::analyze(encoded)) {
-      blob.compressed = Compressor::compress(analysis->decoded, dictionary, settings_.effort);
-      blob.recipe = analysis->recipe.toJson();
+    std::optional<Base64Recipe> recipe;
+    if (blob.ref.transferEncoding == TransferEncoding::base64) {
+      recipe = Base64Recipe::analyze(encoded, decoded.view());
+    } else if (auto analysis = Base64Recipe::analyze(encoded)) {
+      recipe = std::move(analysis->recipe);
+      decoded = DecodedBytes(std::move(analysis->decoded));
+    }
+    if (recipe) {
+      blob.compressed =
+          Compressor::compressOwned(std::move(decoded).take(), dictionary, settings_.effort);
+      blob.recipe = recipe->toJson();
     } else {
       blob.compressed = Compressor::compress(encoded, dictionary, settings_.effort);
     }
-    out_.extracted.push_back(std::move(blob));
   }
 
   BytesView raw_;
@@ -135,16 +155,6 @@ EnvelopeFields readEnvelope(const ParsedMessage& parsed) {
   return envelope;
 }
 
-std::string attachmentNames(const std::vector<AttachmentRef>& attachments) {
-  std::string names;
-  for (const AttachmentRef& attachment : attachments) {
-    if (attachment.isInline || !attachment.filename) continue;
-    if (!names.empty()) names += ' ';
-    names += *attachment.filename;
-  }
-  return names;
-}
-
 }  // namespace
 
 std::optional<PreparedMessage> prepareOne(SourceMessage source, const PrepareSettings& settings) {
@@ -161,13 +171,16 @@ std::optional<PreparedMessage> prepareOne(SourceMessage source, const PrepareSet
   out.hash = sha256Hex(raw);
   out.dictionaryID = settings.dictionary.id;
 
+  const ParsedMessage parsed(raw);
+  if (settings.known != nullptr && settings.known->hasMessage(out.hash)) {
+    out.isKnown = true;
+    out.envelope.sentAt = parsed.date();
+    return out;
+  }
   if (settings.isLearning) out.trainingSample = DictionaryTrainer::sampleOf(raw);
 
-  const ParsedMessage parsed(raw);
-  auto attachments = parsed.attachments();
-  out.indexed.attachments = attachmentNames(attachments);
   {
-    const MessageRecord record = MessageSplitter(raw, settings, out).split(std::move(attachments));
+    const MessageRecord record = MessageSplitter(raw, settings, out).split(parsed);
     Bytes plain = record.encode();
     if (settings.compressesRecords) {
       out.record = Compressor::compress(plain, settings.dictionary.view(), settings.effort);

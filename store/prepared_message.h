@@ -12,11 +12,14 @@
 #include "store/catalog_rows.h"
 #include "store/codec.h"
 #include "store/dictionary_keeper.h"
+#include "store/known_digests.h"
 
 namespace ambervane {
 
 /// What preparing needs to know of the archive; copied, so that any thread may use it.
 struct PrepareSettings {
+  /// What need not be compressed again; null asks nobody. Must outlive its use.
+  const KnownDigests* known = nullptr;
   Dictionary dictionary;
   CompressionEffort effort = CompressionEffort::balanced;
   std::int64_t extractionThreshold = 4096;  ///< encoded bytes from which an attachment is a blob
@@ -29,6 +32,7 @@ struct PrepareSettings {
 struct PreparedBlob {
   AttachmentRef ref;
   std::size_t encodedLength = 0;
+  bool isKnown = false;               ///< the archive holds it: the two fields below stay empty
   CompressedRecord compressed;        ///< of the decoded bytes when there is a recipe
   std::optional<std::string> recipe;  ///< JSON of a Base64Recipe
 };
@@ -48,6 +52,7 @@ struct PreparedMessage {
   std::size_t size = 0;       ///< of the raw bytes
   std::string hash;           ///< SHA-256 of the raw bytes, lower-case hexadecimal
   bool looksLikeMail = true;  ///< when false, the fields below may not be filled in
+  bool isKnown = false;       ///< the archive holds it: of the fields below only the date is read
   std::vector<PreparedBlob> extracted;
   std::vector<AttachmentRef> inlineAttachments;  ///< those that stay in the record
   CompressedRecord record;                       ///< not compressed when it waits for a solid block
