@@ -86,7 +86,7 @@ constexpr std::array kCommands = {
     Command{"smart", "<archive> list|add|show|count|delete [<name>] [<query…>]",
             "Keep smart folders", nullptr},
     Command{"bench", "<archive> [--messages 100000] [--accounts 3]",
-            "Measure an archive of synthetic mail", nullptr, false},
+            "Measure an archive of synthetic mail", bench, false},
     Command{"gaps", "<archive> [--quiet-days 3] [--limit 20]",
             "Look for mail the archive should hold and does not", nullptr},
     Command{"control",

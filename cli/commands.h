@@ -46,6 +46,7 @@ int attachments(const Arguments& arguments, Console& console);
 int duplicates(const Arguments& arguments, Console& console);
 int sealCommand(const Arguments& arguments, Console& console);
 int detect(const Arguments& arguments, Console& console);
+int bench(const Arguments& arguments, Console& console);
 
 // What commands share.
 

@@ -7,6 +7,7 @@
 
 #include "base/digest.h"
 #include "store/brotli_codec.h"
+#include "store/compressibility.h"
 #include "store/deflate.h"
 #include "store/lzfse.h"
 #include "store/seed_dictionary.h"
@@ -32,6 +33,49 @@ TEST(SeedDictionary, isPartOfTheFormat) {
   EXPECT_EQ(seedDictionary().size(), 1408U);
   EXPECT_EQ(sha256Hex(seedDictionary()),
             "1c7997c71226ece0363cf059e854f1c5e1576963cd5844c0ea4fcfc35ca6e1fd");
+}
+
+/// `noise` with pieces of text strewn in: `share` of it in `pieces` places.
+Bytes strewn(std::size_t size, double share, std::size_t pieces) {
+  Bytes bytes = noise(size);
+  const auto length = static_cast<std::size_t>(static_cast<double>(size) * share) / pieces;
+  Bytes text;
+  while (text.size() < length) text += kGreeting;
+  for (std::size_t i = 0; i < pieces; ++i) {
+    bytes.replace(i * (size / pieces), length, text, 0, length);
+  }
+  return bytes;
+}
+
+TEST(Compressor, whatCanBeSavedIsNotOverlooked) {
+  Bytes sevenBit = noise(100000);
+  for (char& c : sevenBit) c = static_cast<char>(c & 0x7f);
+  const struct {
+    const char* name;
+    Bytes data;
+    bool compresses;
+  } kCases[] = {
+      {"noise", noise(300000), false},
+      {"smallNoise", noise(4096), false},
+      {"oneBitLess", sevenBit, true},
+      {"textAtTheEnd", noise(300000) + strewn(20000, 1, 1), true},
+      {"textInTheMiddle", noise(150000) + strewn(20000, 1, 1) + noise(150000), true},
+      {"textInManyPlaces", strewn(300000, 0.06, 40), true},
+      {"repeatedNear", noise(15000) + noise(15000), true},
+      {"repeatedFar", noise(200000) + noise(200000).substr(0, 30000), true},
+      {"shortRuns", strewn(100000, 0.3, 4000), true},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    // The codecs themselves are asked, so that the expectation cannot be wrong.
+    const auto limit = static_cast<double>(c.data.size()) * Compressor::kWorthwhileShare;
+    const auto deflated = Deflate::compress(c.data, "");
+    const auto lzfse = lzfseEncode(c.data);
+    ASSERT_TRUE(deflated);
+    const std::size_t best = std::min(deflated->size(), lzfse ? lzfse->size() : c.data.size());
+    ASSERT_EQ(static_cast<double>(best) <= limit, c.compresses);
+    EXPECT_EQ(looksIncompressible(c.data), !c.compresses);
+  }
 }
 
 TEST(Compressor, choosesCodec) {

@@ -74,6 +74,19 @@ TEST(Ingest, anAttachmentIsStoredOnce) {
   EXPECT_TRUE(archive->catalog().duplicateAttachments(4, 10).empty());
 }
 
+TEST(Ingest, whatALaterRunFindsThereIsNotStoredAgain) {
+  TestArchive archive;
+  const Bytes file = noise(9000);
+  archive.ingest({mailWithFiles(1, {{"a.bin", file}})});
+  const Bytes fresh = mailWithFiles(2, {{"again.bin", file}, {"b.bin", noise(6000, 2)}});
+  const IngestSummary summary = archive.ingest({mailWithFiles(1, {{"a.bin", file}}), fresh});
+  EXPECT_EQ(summary.duplicates, 1);
+  EXPECT_EQ(summary.added, 1);
+  EXPECT_EQ(stored(archive, 2), fresh);
+  EXPECT_EQ(archive->catalog().stats().blobs, 2);
+  EXPECT_EQ(archive->catalog().database().count("SELECT MAX(refcount) FROM blob"), 2);
+}
+
 TEST(Ingest, duplicatesAddOnlyWhatIsNew) {
   TestArchive archive;
   archive.ingest({plainMail(1), plainMail(1)});
