@@ -292,12 +292,13 @@ File file(Random& random) {
               "PK\x03\x04" + random.noise(size)};
     default: {
       Bytes pdf = "%PDF-1.5\n";
-      for (int page = 1; page <= 12; ++page) {
+      constexpr std::size_t kPageBytes = 12000;
+      for (std::size_t page = 1; pdf.size() < size; ++page) {
         pdf += fmt::format(
             "{} 0 obj\n<< /Type /Page /Parent 1 0 R /MediaBox [0 0 595 842] /Contents {} 0 R >>\n"
             "endobj\n{} 0 obj\n<< /Length {} /Filter /FlateDecode >>\nstream\n",
-            2 * page, 2 * page + 1, 2 * page + 1, size / 12);
-        pdf += random.noise(size / 12) + "\nendstream\nendobj\n";
+            2 * page, 2 * page + 1, 2 * page + 1, kPageBytes);
+        pdf += random.noise(kPageBytes) + "\nendstream\nendobj\n";
       }
       return {"Rechnung-" + number + ".pdf", "application/pdf", pdf + "%%EOF\n"};
     }
