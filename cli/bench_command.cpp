@@ -81,7 +81,8 @@ Filling fill(MailArchive& archive, std::int64_t messages, std::int64_t accounts,
   ProgressLine line(console);
   Filling filling;
   double drawnAt = 0;
-  for (std::int64_t account = 0; account < accounts && !filling.cancelled; ++account) {
+  for (std::int64_t account = 0; account < std::min(accounts, messages) && !filling.cancelled;
+       ++account) {
     SyntheticImporter importer(account, messages / accounts + (account < messages % accounts));
     IngestOptions options;
     options.accountName = "bench-" + std::to_string(account + 1);
