@@ -23,9 +23,6 @@ extern char** environ;
 namespace ambervane {
 namespace {
 
-/// What the helper may take beyond its own deadline, which ends most readings before.
-constexpr std::uint64_t kGraceMilliseconds = 10'000;
-
 #ifdef MSG_NOSIGNAL
 constexpr int kSendFlags = MSG_NOSIGNAL;
 #else
@@ -99,7 +96,7 @@ std::unique_ptr<DocumentHelper> DocumentHelper::start(const std::filesystem::pat
   if (!connectPair(ours, theirs)) return nullptr;
   const auto process = spawn(program, theirs.descriptor());
   if (!process) return nullptr;
-  return std::unique_ptr<DocumentHelper>(new DocumentHelper(std::move(ours), *process));
+  return std::make_unique<DocumentHelper>(std::move(ours), *process);
 }
 
 DocumentHelper::~DocumentHelper() {
@@ -137,8 +134,8 @@ bool DocumentHelper::exchange(bool sends, char* bytes, std::size_t count) {
 }
 
 std::optional<DocumentText> DocumentHelper::read(const HelperRequest& request, BytesView document) {
-  deadline_ =
-      steadySeconds() + static_cast<double>(request.totalMilliseconds + kGraceMilliseconds) / 1000;
+  // The helper ends most readings itself before: this is for one that cannot any more.
+  deadline_ = steadySeconds() + 1 + 1.5 * static_cast<double>(request.totalMilliseconds) / 1000;
   HelperRequest head = request;
   head.documentBytes = document.size();
   HelperAnswer answer;

@@ -28,20 +28,22 @@ class DocumentHelper {
  public:
   /// Null where the program cannot be started.
   static std::unique_ptr<DocumentHelper> start(const std::filesystem::path& program);
+  /// Takes over `process`, which leads a process group and answers at the other end of `socket`, an
+  /// end that does not block.
+  DocumentHelper(FileHandle socket, pid_t process)
+      : socket_(std::move(socket)), process_(process) {}
   /// Ends the process and what it started.
   ~DocumentHelper();
   DocumentHelper(const DocumentHelper&) = delete;
   DocumentHelper& operator=(const DocumentHelper&) = delete;
 
   enum class Failure { none, gone, late };
-  /// Has a document read. Absent where the helper is gone or does not answer in the request's time
-  /// and some more; `failure` then says which, and the helper is of no further use.
+  /// Has a document read. Absent where the helper is gone, or does not answer in the request's time
+  /// and half of it more; `failure` then says which, and the helper is of no further use.
   std::optional<DocumentText> read(const HelperRequest& request, BytesView document);
   Failure failure() const noexcept { return failure_; }
 
  private:
-  DocumentHelper(FileHandle socket, pid_t process)
-      : socket_(std::move(socket)), process_(process) {}
   bool exchange(bool sends, char* bytes, std::size_t count);
   int remainingMilliseconds() const;
 

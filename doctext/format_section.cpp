@@ -57,10 +57,13 @@ class SectionParser {
       case '\\':
         add(Kind::literal, rest.substr(1, 1));
         return 2;
-      case '_':  // a blank as wide as the next character
-      case '*':  // the next character, as often as it fits
+      case '_':    // a blank as wide as the next character
+      case '*': {  // the next character, as often as it fits
         add(Kind::literal, " ");
-        return 2;
+        std::size_t end = 1;
+        if (rest.size() > 1) nextCodePoint(rest, end);
+        return end;
+      }
       case '0':
       case '#':
       case '?':

@@ -8,6 +8,9 @@
 namespace ambervane {
 namespace {
 
+/// From here on numbers are shown with powers of ten, as they are stored.
+constexpr double kShownWithPowers = 1e21;
+
 struct BuiltIn {
   std::int64_t number;
   std::string_view code;
@@ -50,7 +53,7 @@ std::string_view NumberFormat::builtInCode(std::int64_t number) noexcept {
 
 std::string NumberFormat::words(std::string_view stored, bool from1904) const {
   const auto number = parseDecimal(trim(stored));
-  if (!number) return std::string(stored);
+  if (!number || std::fabs(*number) >= kShownWithPowers) return std::string(stored);
   const bool isNegative = *number < 0;
   std::size_t index = 0;
   if (isNegative && sections_.size() >= 2) index = 1;

@@ -68,8 +68,8 @@ struct Digits {
 
   Digits(double value, const Places& places) {
     // Halves are rounded up in decimal: 1.005 is shown as 1.01, although its double lies below.
-    // Larger numbers have no digits left behind the point.
-    if (value < 1e15) value *= 1 + 2 * std::numeric_limits<double>::epsilon();
+    // Larger numbers have hardly a digit behind the point.
+    if (value < 1e14) value *= 1 + 2 * std::numeric_limits<double>::epsilon();
     const std::string fixed = fmt::format("{:.{}f}", value, places.decimals);
     const std::size_t point = std::min(fixed.find('.'), fixed.size());
     whole = fixed.substr(0, point);
