@@ -5,6 +5,7 @@
 
 #include "doctext/helper_server.h"
 #include "doctext/pdf_text.h"
+#include "doctext/sandbox.h"
 
 /// The document helper: reads the documents that come over its standard input, a socket. Started by
 /// the programs it belongs to, never by people.
@@ -18,5 +19,6 @@ int main() {
 #endif
   if (::chdir("/") != 0) return EXIT_FAILURE;
   prepareForPdf();
+  giveUpWriting();
   return serveDocuments(STDIN_FILENO, readDocument);
 }

@@ -29,12 +29,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       break;
     case 's': {
       const std::string part(input);
-      const Bytes workbook = packageOf(
-          "workbook.xml", "<workbook><sheets><sheet/></sheets></workbook>",
-          {{"x/_rels/workbook.xml.rels",
-            relationsTo({{"worksheet", "p"}, {"styles", "p"}, {"sharedStrings", "p"}})},
-           {"x/p", part},
-           {"x/_rels/p.rels", part}});
+      const Bytes workbook =
+          packageOf("workbook.xml", "<workbook><sheets><sheet/></sheets></workbook>",
+                    {{"x/_rels/workbook.xml.rels",
+                      relationsTo({{"worksheet", "p"}, {"styles", "p"}, {"sharedStrings", "p"}})},
+                     {"x/p", part},
+                     {"x/_rels/p.rels", part}});
       readOfficeText(workbook, kUnpackedBytes, collector);
       break;
     }

@@ -4,12 +4,16 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdlib>
 
+#include "base/file.h"
 #include "doctext/helper_server.h"
+#include "doctext/sandbox.h"
+#include "tests/support/scratch_folder.h"
 
 namespace ambervane {
 namespace {
@@ -123,6 +127,25 @@ TEST(DocumentHelpers, makeDoWithWhatTheyGet) {
     EXPECT_EQ(result.reading, DocumentReading::damaged);
     EXPECT_EQ(result.text, "");
   }
+}
+
+TEST(Sandbox, leavesFilesAlone) {
+  const ScratchFolder folder;
+  const std::filesystem::path file = folder / "pack";
+  writeFileAtomically(file, "kept");
+  const pid_t process = ::fork();
+  if (process == 0) {
+    if (!giveUpWriting()) ::_exit(2);
+    const bool changed = ::open(file.c_str(), O_WRONLY) >= 0 || ::unlink(file.c_str()) == 0 ||
+                         ::rename(file.c_str(), (folder / "other").c_str()) == 0 ||
+                         ::open((folder / "new").c_str(), O_CREAT | O_WRONLY, 0644) >= 0;
+    ::_exit(!changed && ::open(file.c_str(), O_RDONLY) >= 0 ? 0 : 1);
+  }
+  int status = 0;
+  ::waitpid(process, &status, 0);
+  if (WEXITSTATUS(status) == 2) GTEST_SKIP() << "this system cannot";
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(readFile(file), "kept");
 }
 
 }  // namespace
