@@ -42,7 +42,7 @@ bool ContainerMbox::takeWhole(const MessageImporter::Body& body,
       if (!handOut(before, body, unreadable)) return false;
     } else {
       passOver(before);
-      reportHead(unreadable);
+      reportHead(unreadable, /*isWhole=*/false);
     }
     inMessage_ = true;
     tooLarge_ = false;
@@ -67,7 +67,7 @@ bool ContainerMbox::takeLast(const MessageImporter::Body& body,
                              const MessageImporter::Unreadable& unreadable) {
   if (inMessage_) return handOut(held_, body, unreadable);
   passOver(held_);
-  reportHead(unreadable);
+  reportHead(unreadable, /*isWhole=*/true);
   return true;
 }
 
@@ -76,10 +76,12 @@ void ContainerMbox::passOver(BytesView head) {
   headIsBlank_ = headIsBlank_ && std::all_of(head.begin(), head.end(), isAsciiSpace);
 }
 
-void ContainerMbox::reportHead(const MessageImporter::Unreadable& unreadable) const {
+void ContainerMbox::reportHead(const MessageImporter::Unreadable& unreadable, bool isWhole) const {
   if (headIsBlank_ || !unreadable) return;
-  unreadable(originPath_ + ": " + std::to_string(headBytes_) +
-             " bytes before the first message were passed over");
+  unreadable(
+      originPath_ + ": " +
+      (isWhole ? "no message in it begins with \"From \""
+               : std::to_string(headBytes_) + " bytes before the first message were passed over"));
 }
 
 bool ContainerMbox::handOut(BytesView segment, const MessageImporter::Body& body,

@@ -28,7 +28,7 @@ class ContainerMbox {
   bool handOut(BytesView segment, const MessageImporter::Body& body,
                const MessageImporter::Unreadable& unreadable);
   void passOver(BytesView head);
-  void reportHead(const MessageImporter::Unreadable& unreadable) const;
+  void reportHead(const MessageImporter::Unreadable& unreadable, bool isWhole) const;
 
   std::string originPath_;
   std::string folderPath_;
