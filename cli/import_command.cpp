@@ -63,6 +63,12 @@ std::string lookedFor(MailSourceKind kind) {
       return "files whose names are numbers";
     case MailSourceKind::mboxFolder:
       return "mbox files and Maildir folders";
+    case MailSourceKind::appleMail:
+      return "files ending in .emlx";
+    case MailSourceKind::thunderbirdProfile:
+      return "mbox files below \"Mail\" and \"ImapMail\"";
+    case MailSourceKind::portableExport:
+      return "the files that reimport-manifest.json lists";
     case MailSourceKind::emlFile:
       return "one message with header fields such as From and Date";
     default:

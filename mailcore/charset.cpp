@@ -16,6 +16,7 @@ constexpr std::string_view kUtf8 = "UTF-8";
 constexpr std::string_view kAscii = "US-ASCII";
 constexpr std::string_view kLatin1 = "ISO-8859-1";
 constexpr std::string_view kWindows1252 = "windows-1252";
+constexpr std::string_view kUtf16 = "UTF-16";
 
 struct Label {
   std::string_view label;
@@ -46,7 +47,7 @@ constexpr Label kLabels[] = {
     {"windows-1251", "windows-1251"},
     {"windows-1253", "windows-1253"},
     {"windows-1254", "windows-1254"},
-    {"utf-16", "UTF-16"},
+    {"utf-16", kUtf16},
     {"utf-16le", "UTF-16LE"},
     {"utf-16be", "UTF-16BE"},
     {"macintosh", "macintosh"},
@@ -69,7 +70,7 @@ constexpr Widening kWidenings[] = {
     {"gb2312", {"gbk", "gb18030"}},   {"gb_2312-80", {"gbk", "gb18030"}},
     {"csgb2312", {"gbk", "gb18030"}}, {"euc-cn", {"gbk", "gb18030"}},
     {"gbk", {"gb18030", ""}},         {"big5", {"big5-hkscs", ""}},
-    {"euc-kr", {"windows-949", ""}},
+    {"euc-kr", {"windows-949", ""}},  {"iso-2022-jp", {"iso-2022-jp-2", ""}},
 };
 
 /// Code points of bytes 0x80 to 0x9f in Windows 1252; 0 where the set has none.
@@ -190,6 +191,18 @@ bool hasPrivateUse(std::string_view text) noexcept {
   return false;
 }
 
+/// Whether UTF-16 without a byte order mark is little-endian. It should not be (RFC 2781 section
+/// 4.3), but is, and where ASCII is among the characters the zero bytes tell.
+bool looksLittleEndian(BytesView data) noexcept {
+  if (data.starts_with("\xfe\xff") || data.starts_with("\xff\xfe")) return false;
+  constexpr std::size_t kExaminedBytes = 4096;
+  std::array<std::size_t, 2> zeros{};
+  for (std::size_t at = 0; at < std::min(data.size(), kExaminedBytes); ++at) {
+    if (data[at] == '\0') ++zeros[at % 2];
+  }
+  return zeros[1] > zeros[0];
+}
+
 std::optional<std::string> decodeStrictly(BytesView data, const std::string& converter) {
   if (converter == kUtf8) {
     if (!isValidUtf8(data)) return std::nullopt;
@@ -201,6 +214,7 @@ std::optional<std::string> decodeStrictly(BytesView data, const std::string& con
   }
   if (converter == kLatin1) return decodeLatin1(data);
   if (converter == kWindows1252) return decodeWindows1252(data);
+  if (converter == kUtf16 && looksLittleEndian(data)) return decodeWithIcu(data, "UTF-16LE");
   return decodeWithIcu(data, converter);
 }
 

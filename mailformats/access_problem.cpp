@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 
 namespace ambervane {
@@ -24,6 +25,8 @@ bool isInsideAny(std::string_view path, std::string_view home,
 }
 
 }  // namespace
+
+bool isPermissionDenied(int error) noexcept { return error == EACCES || error == EPERM; }
 
 LocalizedMessage AccessProblem::explanation() const {
   switch (remedy) {

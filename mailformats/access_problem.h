@@ -9,6 +9,10 @@
 
 namespace ambervane {
 
+/// Whether an errno value says that access was refused; every other failure is for the reader to
+/// report.
+bool isPermissionDenied(int error) noexcept;
+
 /// A path the system refuses to let this program read, and what the user can do about it.
 struct AccessProblem {
   enum class Remedy { fullDiskAccess, filesAndFolders, filePermissions };

@@ -99,25 +99,16 @@ void EMLReader::forEachFile(const VisitFile& visit, const Unreadable& unreadable
 
 bool EMLReader::read(const fs::path& file, const std::string& folder, const Body& body,
                      const Unreadable& unreadable) {
-  // Opened in a step of its own, so that what `body` throws is never taken for a damaged file.
-  std::shared_ptr<const MappedFile> mbox;
-  try {
-    const Bytes start = fileStart(file, 8);
-    if (looksLikeMSG(start)) {
-      if (unreadable) {
-        unreadable(
-            unreadableItem(file, "an Outlook message, which this version cannot import yet"));
-      }
-      return true;
+  auto opened = MailFile::open(file, unreadable);
+  if (!opened) return true;
+  if (looksLikeMSG(opened->start())) {
+    if (unreadable) {
+      unreadable(unreadableItem(file, "an Outlook message, which this version cannot import yet"));
     }
-    if (looksLikeMbox(start)) mbox = MboxReader::open(file);
-  } catch (const FileError& error) {
-    if (unreadable) unreadable(unreadableItem(file, error.error()));
     return true;
   }
-  if (mbox) return MboxReader(file, folder).read(*mbox, body, unreadable);
-
-  std::optional<Bytes> raw = readMessageFile(file, unreadable);
+  if (looksLikeMbox(opened->start())) return MboxReader::read(file, folder, body, unreadable);
+  std::optional<Bytes> raw = std::move(*opened).readWhole(unreadable);
   if (!raw) return true;
   SourceMessage message;
   message.raw = std::move(*raw);
@@ -148,9 +139,6 @@ void EMLReader::forEachMessage(const Body& body, const Unreadable& unreadable) {
                     const std::string& folder) { return read(file, folder, body, unreadable); },
                 unreadable);
     return;
-  }
-  if (fs::is_other(root_, ignored)) {
-    throw ImportError(ImportError::Unreadable{unreadableItem(root_, "not a regular file")});
   }
   // There are no other messages that a damaged one could hold up.
   read(root_, pathText(root_.stem()), body,

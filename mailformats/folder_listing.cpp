@@ -27,14 +27,6 @@ FolderEntry::Kind kindOf(const fs::directory_entry& entry) {
   return entry.is_other(ignored) ? Kind::other : Kind::file;
 }
 
-bool comesBefore(const FolderEntry& a, const FolderEntry& b) {
-  const bool numberA = isNumber(a.name);
-  const bool numberB = isNumber(b.name);
-  if (numberA != numberB) return numberA;
-  if (numberA && a.name.size() != b.name.size()) return a.name.size() < b.name.size();
-  return a.name < b.name;
-}
-
 /// Whether the target of a link lies in the tree that is walked, so that it is met anyway.
 bool leadsIntoTree(const fs::path& link, const fs::path& realRoot) {
   std::error_code error;
@@ -55,7 +47,14 @@ std::vector<FolderEntry> listFolder(const fs::path& folder) {
     at.increment(error);
   }
   if (error) throw FileError(FileError::Action::list, folder, error.value());
-  std::sort(entries.begin(), entries.end(), comesBefore);
+  // Told apart once: there may be a million names, each of them compared twenty times.
+  const auto names = std::partition(entries.begin(), entries.end(),
+                                    [](const FolderEntry& entry) { return isNumber(entry.name); });
+  std::sort(entries.begin(), names, [](const FolderEntry& a, const FolderEntry& b) {
+    return a.name.size() != b.name.size() ? a.name.size() < b.name.size() : a.name < b.name;
+  });
+  std::sort(names, entries.end(),
+            [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
   return entries;
 }
 

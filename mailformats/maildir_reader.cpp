@@ -16,7 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::int64_t kLastSecond = 253402300799;  // of the year 9999
 constexpr std::size_t kFlagsMarkBytes = 3;          // ":2,"
 
 bool holdsFolder(const std::vector<FolderEntry>& entries, std::string_view name) {
@@ -211,8 +210,8 @@ std::set<MessageFlag> MaildirReader::flags(std::string_view fileName, bool isNew
 
 std::optional<Date> MaildirReader::timestamp(std::string_view fileName) noexcept {
   const auto seconds = parseInteger(fileName.substr(0, fileName.find('.')));
-  if (!seconds || *seconds < 0 || *seconds > kLastSecond) return std::nullopt;
-  return Date{static_cast<double>(*seconds)};
+  if (!seconds || *seconds < 0) return std::nullopt;
+  return dateFromSeconds(static_cast<double>(*seconds));
 }
 
 std::string MaildirReader::displayName() const { return ownName(root_); }

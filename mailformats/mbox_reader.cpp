@@ -117,6 +117,19 @@ bool MboxReader::read(const MappedFile& mapped, const Body& body,
   return end != End::stopped;
 }
 
+bool MboxReader::read(const fs::path& file, const std::string& folderPath, const Body& body,
+                      const Unreadable& unreadable) {
+  std::shared_ptr<const MappedFile> mapped;
+  try {
+    mapped = open(file);
+  } catch (const ImportError& error) {
+    const auto* const reason = std::get_if<ImportError::Unreadable>(&error.reason());
+    if (unreadable && reason != nullptr) unreadable(reason->item);
+    return true;
+  }
+  return MboxReader(file, folderPath).read(*mapped, body, unreadable);
+}
+
 std::string MboxReader::cutShortItem() const {
   return unreadableItem(file_, "it became shorter while it was read");
 }

@@ -26,6 +26,11 @@ class MboxReader final : public MessageImporter {
   /// stopped. A file that becomes shorter meanwhile is reported.
   bool read(const MappedFile& mapped, const Body& body, const Unreadable& unreadable) const;
 
+  /// Opens and reads a file, reporting one that cannot be opened. Returns false when `body` has
+  /// stopped.
+  static bool read(const std::filesystem::path& file, const std::string& folderPath,
+                   const Body& body, const Unreadable& unreadable);
+
   /// The file's name; of an Apple Mail package its folder's.
   std::string displayName() const override;
   std::optional<std::int64_t> estimatedCount() const override { return std::nullopt; }

@@ -1,6 +1,7 @@
 #ifndef AMBERVANE_MAILFORMATS_PORTABLE_MANIFEST_H_
 #define AMBERVANE_MAILFORMATS_PORTABLE_MANIFEST_H_
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,7 +22,11 @@ struct PortableManifest {
   };
   std::vector<Entry> messages;
 
-  /// Absent when `json` is damaged or lacks what a manifest must have.
+  /// Hands out each entry in the memory of one. Returns false when `json` is damaged or lacks what
+  /// a manifest must have; entries before the damage have been handed out then. May throw what
+  /// `visit` throws.
+  static bool read(BytesView json, const std::function<void(Entry&&)>& visit);
+  /// All entries; absent where `read` fails.
   static std::optional<PortableManifest> decode(BytesView json);
 };
 

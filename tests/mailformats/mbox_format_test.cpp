@@ -79,6 +79,7 @@ TEST(MboxFormat, quotedLines) {
       {"firstLine", MboxVariant::mboxrd, ">From a", "From a"},
       {"detectedMboxo", MboxVariant::detected, "a\n>From b\n", "a\nFrom b\n"},
       {"detectedByTwo", MboxVariant::detected, "a\n>>From b\n>From c\n", "a\n>From b\nFrom c\n"},
+      {"detectedByThreeAlone", MboxVariant::detected, "a\n>>>From b\n", "a\n>>From b\n"},
       {"twoInsideALineDoNotDetect", MboxVariant::detected, "a >>From b\n>From c\n",
        "a >>From b\nFrom c\n"},
       {"contentLengthDetects", MboxVariant::detected, "A: b\nContent-Length: 9\n\n>From b\n",
