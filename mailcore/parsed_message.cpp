@@ -118,6 +118,7 @@ void ParsedMessage::forEachAttachment(
     AttachmentRef ref;
     if (const auto name = part.filename()) ref.filename = std::string(*name);
     ref.mimeType = part.contentType().value;
+    if (const auto charset = part.contentType().parameter("charset")) ref.charset = *charset;
     ref.section = part.section();
     ref.encodedRange = part.bodyRange();
     ref.encodedSize = static_cast<std::int64_t>(encoded.size());

@@ -26,6 +26,7 @@ inline constexpr std::size_t kMaxReferences = 100'000;
 struct AttachmentRef {
   std::optional<std::string> filename;
   std::string mimeType;  ///< lower case
+  std::string charset;   ///< as declared; empty without one
   std::string section;
   ByteRange encodedRange;  ///< the part's body in the raw message
   std::int64_t encodedSize = 0;

@@ -294,7 +294,8 @@ IngestOutcome commit(MailArchive& archive, const PreparedMessage& message,
 }
 
 PrepareSettings prepareSettings(MailArchive& archive) {
-  return {.dictionary = archive.dictionaries().active(),
+  return {.attachmentText = archive.attachmentText(),
+          .dictionary = archive.dictionaries().active(),
           .effort = archive.manifest().compressionEffort,
           .extractionThreshold = archive.manifest().attachmentExtractionThreshold,
           .isLearning = archive.dictionaries().isLearning(),

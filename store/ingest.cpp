@@ -63,9 +63,8 @@ class IngestRun {
       // Only a matter of speed.
     }
     summary_.cancelled = cancelled;
-    archive_.catalog().finishIngest(
-        logID_, summary_.added, summary_.duplicates, summary_.failed, summary_.bytesIn,
-        summary_.bytesOut, cancelled ? std::optional<std::string>("cancelled") : std::nullopt);
+    archive_.catalog().finishIngest(logID_, summary_.added, summary_.duplicates, summary_.failed,
+                                    summary_.bytesIn, summary_.bytesOut, note());
     archive_.journal().append(AuditAction::importFinished, std::nullopt,
                               {{"added", std::to_string(summary_.added)},
                                {"duplicates", std::to_string(summary_.duplicates)},
@@ -81,6 +80,18 @@ class IngestRun {
   }
 
  private:
+  /// What the log of runs keeps besides the numbers.
+  std::optional<std::string> note() const {
+    std::string text = summary_.cancelled ? "cancelled" : "";
+    if (summary_.unreadableAttachments > 0) {
+      if (!text.empty()) text += "; ";
+      text += "attachments whose text could not be read for the index: " +
+              std::to_string(summary_.unreadableAttachments);
+    }
+    if (text.empty()) return std::nullopt;
+    return text;
+  }
+
   /// The journal cannot take back what it says of a batch that was rolled back; it says so instead.
   void recordBrokenBatch(std::int64_t entriesBefore, const std::string& error) noexcept {
     try {
@@ -124,6 +135,7 @@ class IngestRun {
     switch (outcome.kind) {
       case IngestOutcome::Kind::stored:
         ++summary_.added;
+        summary_.unreadableAttachments += item.prepared->unreadableAttachments;
         summary_.bytesIn += static_cast<std::int64_t>(item.bytes);
         summary_.bytesOut =
             static_cast<std::int64_t>(archive_.packs().bytesAppended() - packBytesAtStart_);

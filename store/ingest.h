@@ -28,10 +28,11 @@ struct IngestSummary {
   std::int64_t duplicates = 0;
   std::int64_t failed = 0;
   std::int64_t notMail = 0;
-  std::int64_t bytesIn = 0;           ///< raw bytes of the messages added
-  std::int64_t bytesOut = 0;          ///< what the packs have grown by
-  std::vector<std::string> errors;    ///< the first of all that went wrong, for people
-  std::vector<std::string> failures;  ///< the first messages that failed
+  std::int64_t unreadableAttachments = 0;  ///< stored, but their text is not in the index
+  std::int64_t bytesIn = 0;                ///< raw bytes of the messages added
+  std::int64_t bytesOut = 0;               ///< what the packs have grown by
+  std::vector<std::string> errors;         ///< the first of all that went wrong, for people
+  std::vector<std::string> failures;       ///< the first messages that failed
   ThroughputMeter throughput;
   bool cancelled = false;
 

@@ -10,6 +10,7 @@
 #include "base/digest.h"
 #include "base/file.h"
 #include "base/text.h"
+#include "doctext/document_helper.h"
 #include "platform/code_signature.h"
 #include "platform/host.h"
 #include "platform/immutable_flag.h"
@@ -382,6 +383,15 @@ void MailArchive::close() {
   catalog_.reset();
   lock_.reset();
   if (failure) std::rethrow_exception(failure);
+}
+
+const AttachmentTextReader* MailArchive::attachmentText() {
+  if (!policy().indexAttachmentText) return nullptr;
+  if (!attachmentText_) {
+    attachmentText_ =
+        std::make_unique<AttachmentTextReader>(findDocumentHelper().value_or(fs::path()));
+  }
+  return attachmentText_.get();
 }
 
 }  // namespace ambervane

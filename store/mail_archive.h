@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/date.h"
+#include "doctext/attachment_text.h"
 #include "evidence/audit_journal.h"
 #include "evidence/chain_seal.h"
 #include "evidence/retention_policy.h"
@@ -71,6 +72,8 @@ class MailArchive {
   ContentKeyStore& keys() noexcept { return *keys_; }
   SolidBlockWriter& solidBlock() noexcept { return solidBlock_; }
   SolidBlockReader& solidReader() noexcept { return solidReader_; }
+  /// Reads attachments for the index; null when the policy wants none read.
+  const AttachmentTextReader* attachmentText();
   /// Whether message records wait to be written in blocks: at the smallest effort, unless single
   /// messages must stay erasable.
   bool writesSolidBlocks() const noexcept {
@@ -150,6 +153,7 @@ class MailArchive {
   std::unique_ptr<DictionaryKeeper> dictionaries_;
   SolidBlockWriter solidBlock_;
   SolidBlockReader solidReader_;
+  std::unique_ptr<AttachmentTextReader> attachmentText_;
   std::vector<std::string> notices_;
   std::int64_t entriesSinceSeal_ = 0;
   std::int64_t currentPack_ = 0;

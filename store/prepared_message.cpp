@@ -9,6 +9,7 @@
 #include "mailcore/address_parser.h"
 #include "mailcore/looks_like_mail.h"
 #include "mailcore/preview.h"
+#include "store/attachment_index_text.h"
 #include "store/base64_recipe.h"
 #include "store/header_index.h"
 #include "store/message_record.h"
@@ -17,20 +18,18 @@ namespace ambervane {
 namespace {
 
 constexpr std::size_t kSnippetLimit = 400;
-/// Characters of text indexed per message.
-constexpr std::size_t kIndexedCharacters = 1048576;
 
 /// Cuts the attachments of threshold size out of the raw bytes; what stays becomes literals.
 class MessageSplitter {
  public:
   MessageSplitter(BytesView raw, const PrepareSettings& settings, PreparedMessage& out)
-      : raw_(raw), settings_(settings), out_(out) {}
+      : raw_(raw), settings_(settings), out_(out), texts_(settings.attachmentText) {}
 
   /// Attachments come in the order of their places in the message, those of one inside another
   /// after it, so one walk with a cursor splits.
   MessageRecord split(const ParsedMessage& parsed) {
     parsed.forEachAttachment([this](AttachmentRef&& attachment, DecodedBytes&& decoded) {
-      noteName(attachment);
+      texts_.add(attachment, decoded.view());
       if (isExtracted(attachment)) {
         extract(std::move(attachment), std::move(decoded));
       } else {
@@ -40,6 +39,8 @@ class MessageSplitter {
     if (cursor_ < raw_.size() || record_.segments.empty()) {
       record_.segments.push_back(MessageRecord::Literal{raw_.substr(cursor_)});
     }
+    out_.unreadableAttachments = texts_.unreadable();
+    out_.indexed.attachments = texts_.take();
     return std::move(record_);
   }
 
@@ -49,13 +50,6 @@ class MessageSplitter {
     // Three more segments must fit: a literal, the blob, and the tail.
     return attachment.encodedSize >= settings_.extractionThreshold && range.begin >= cursor_ &&
            range.end <= raw_.size() && record_.segments.size() + 3 <= MessageRecord::kMaxSegments;
-  }
-
-  void noteName(const AttachmentRef& attachment) {
-    if (attachment.isInline || !attachment.filename) return;
-    std::string& names = out_.indexed.attachments;
-    if (!names.empty()) names += ' ';
-    names += *attachment.filename;
   }
 
   void extract(AttachmentRef&& attachment, DecodedBytes&& decoded) {
@@ -99,6 +93,7 @@ class MessageSplitter {
   BytesView raw_;
   const PrepareSettings& settings_;
   PreparedMessage& out_;
+  AttachmentIndexText texts_;
   MessageRecord record_;
   std::size_t cursor_ = 0;
 };
@@ -195,7 +190,7 @@ std::optional<PreparedMessage> prepareOne(SourceMessage source, const PrepareSet
   out.headers = indexedHeaders(parsed.headers());
   out.indexed.subject = out.envelope.subject;
   out.indexed.participants = out.envelope.participants;
-  out.indexed.body = std::string(prefixCharacters(texts.all, kIndexedCharacters));
+  out.indexed.body = std::string(prefixCharacters(texts.all, kMaxIndexedCharacters));
   return out;
 }
 

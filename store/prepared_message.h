@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "doctext/attachment_text.h"
 #include "mailcore/parsed_message.h"
 #include "mailcore/source_message.h"
 #include "store/catalog_rows.h"
@@ -20,6 +21,8 @@ namespace ambervane {
 struct PrepareSettings {
   /// What need not be compressed again; null asks nobody. Must outlive its use.
   const KnownDigests* known = nullptr;
+  /// Reads the texts of attachments for the index; null reads none. Must outlive its use.
+  const AttachmentTextReader* attachmentText = nullptr;
   Dictionary dictionary;
   CompressionEffort effort = CompressionEffort::balanced;
   std::int64_t extractionThreshold = 4096;  ///< encoded bytes from which an attachment is a blob
@@ -61,6 +64,8 @@ struct PreparedMessage {
   EnvelopeFields envelope;
   std::vector<std::pair<std::string, std::string>> headers;  ///< for the header index
   IndexedText indexed;
+  std::int64_t unreadableAttachments =
+      0;  ///< of a kind whose text is read, which was not to be had
 };
 
 /// Hashes, parses, splits and compresses one message. Absent for one without bytes. Safe from any
