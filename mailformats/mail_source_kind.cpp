@@ -32,6 +32,10 @@ std::string_view kindName(MailSourceKind kind) noexcept {
       return "outlookMessage";
     case MailSourceKind::outlookMessageFolder:
       return "outlookMessageFolder";
+    case MailSourceKind::gzipFile:
+      return "gzipFile";
+    case MailSourceKind::zipFile:
+      return "zipFile";
     case MailSourceKind::unknown:
       return "unknown";
   }
@@ -68,6 +72,10 @@ std::string_view kindLabel(MailSourceKind kind) noexcept {
       return "Outlook message";
     case MailSourceKind::outlookMessageFolder:
       return "Folder of Outlook messages";
+    case MailSourceKind::gzipFile:
+      return "Compressed mail file";
+    case MailSourceKind::zipFile:
+      return "ZIP file of messages";
     case MailSourceKind::unknown:
       return "Unrecognised";
   }

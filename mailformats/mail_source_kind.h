@@ -22,6 +22,8 @@ enum class MailSourceKind {
   pst,
   outlookMessage,
   outlookMessageFolder,
+  gzipFile,  ///< of one mbox or one message
+  zipFile,
   unknown
 };
 
@@ -41,6 +43,8 @@ inline constexpr std::array kAllMailSourceKinds = {
     MailSourceKind::pst,
     MailSourceKind::outlookMessage,
     MailSourceKind::outlookMessageFolder,
+    MailSourceKind::gzipFile,
+    MailSourceKind::zipFile,
     MailSourceKind::unknown,
 };
 

@@ -1,7 +1,6 @@
 #include "mailformats/mbox_folder_reader.h"
 
 #include <algorithm>
-#include <memory>
 #include <set>
 #include <utility>
 
@@ -15,23 +14,7 @@
 #include "mailformats/message_file.h"
 
 namespace ambervane {
-namespace {
-
 namespace fs = std::filesystem;
-
-/// The mail folder of an mbox file: its path below the root, each name without ".mbox". The file
-/// "mbox" of an Apple Mail package stands for the package.
-std::string mailFolderName(std::string_view parent, std::string_view fileName) {
-  std::vector<std::string> names;
-  for (const std::string_view part : splitOmittingEmpty(parent, "/")) {
-    names.emplace_back(withoutMboxExtension(part));
-  }
-  const bool inPackage = fileName == "mbox" && lowercaseExtension(parent) == "mbox";
-  if (!inPackage) names.push_back(repairedUtf8(withoutMboxExtension(fileName)));
-  return join(names, "/");
-}
-
-}  // namespace
 
 MboxFolderReader::MboxFolderReader(fs::path root) : root_(std::move(root)) {}
 
@@ -44,6 +27,16 @@ bool MboxFolderReader::isMailbox(const fs::path& file) {
 
 bool MboxFolderReader::passesOver(std::string_view name, bool inMaildir) noexcept {
   return name.starts_with('.') || (inMaildir && MaildirReader::isMessageFolderName(name));
+}
+
+std::string MboxFolderReader::folderName(std::string_view parent, std::string_view fileName) {
+  std::vector<std::string> names;
+  for (const std::string_view part : splitOmittingEmpty(parent, "/")) {
+    names.emplace_back(withoutMboxExtension(part));
+  }
+  const bool inPackage = fileName == "mbox" && lowercaseExtension(parent) == "mbox";
+  if (!inPackage) names.push_back(repairedUtf8(withoutMboxExtension(fileName)));
+  return join(names, "/");
 }
 
 std::vector<MboxFolderReader::File> MboxFolderReader::files(const fs::path& root,
@@ -66,7 +59,7 @@ std::vector<MboxFolderReader::File> MboxFolderReader::files(const fs::path& root
         continue;
       }
       if (taken) {
-        found.push_back({path, mailFolderName(folder.name, entry.name)});
+        found.push_back({path, folderName(folder.name, entry.name)});
       } else if (isOtherStoreName(entry.name) ||
                  (extension != "txt" && EMLReader::messageExtensions().contains(extension))) {
         passedOver.add(entry.name);
@@ -92,15 +85,7 @@ void MboxFolderReader::forEachMessage(const Body& body, const Unreadable& unread
   const std::vector<File> mailboxes = files(root_, once);
   const std::vector<MaildirReader::Entry> maildirs = MaildirReader(root_).maildirs(once);
   for (const File& file : mailboxes) {
-    std::shared_ptr<const MappedFile> mapped;
-    try {
-      mapped = MboxReader::open(file.path);
-    } catch (const ImportError& error) {
-      const auto* const reason = std::get_if<ImportError::Unreadable>(&error.reason());
-      if (unreadable && reason != nullptr) unreadable(reason->item);
-      continue;
-    }
-    if (!MboxReader(file.path, file.folder).read(*mapped, body, unreadable)) return;
+    if (!MboxReader::read(file.path, file.folder, body, unreadable)) return;
   }
   for (const MaildirReader::Entry& entry : maildirs) {
     if (!MaildirReader::read(entry, body, unreadable)) return;

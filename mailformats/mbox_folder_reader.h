@@ -29,6 +29,9 @@ class MboxFolderReader final : public MessageImporter {
   /// Whether `file` is one of those by its name and content. Throws FileError when it cannot be
   /// read.
   static bool isMailbox(const std::filesystem::path& file);
+  /// The mail folder of an mbox file in the folder `parent` (UTF-8, "/" between names): its path
+  /// without ".mbox", each name. The file "mbox" of an Apple Mail package stands for the package.
+  static std::string folderName(std::string_view parent, std::string_view fileName);
   /// Whether a file or folder of that name is passed over, in a Maildir or in any other folder.
   static bool passesOver(std::string_view name, bool inMaildir) noexcept;
 

@@ -8,6 +8,9 @@
 
 #include "base/file.h"
 #include "base/text.h"
+#include "mailformats/apple_mail_reader.h"
+#include "mailformats/container.h"
+#include "mailformats/container_reader.h"
 #include "mailformats/eml_reader.h"
 #include "mailformats/folder_listing.h"
 #include "mailformats/import_error.h"
@@ -15,7 +18,9 @@
 #include "mailformats/mbox_folder_reader.h"
 #include "mailformats/mbox_reader.h"
 #include "mailformats/message_file.h"
+#include "mailformats/portable_export_reader.h"
 #include "mailformats/portable_manifest.h"
+#include "mailformats/thunderbird_reader.h"
 
 namespace ambervane::SourceDetector {
 namespace {
@@ -116,7 +121,7 @@ Names namesIn(const fs::path& folder) {
     names.mbox |= name.ends_with(".mbox") && !name.starts_with('.');
     names.onlyNumbers &= isNumber(name);
     // A tree of folders named after years has numbers too, and is no MH folder.
-    names.numberedFile |= isNumber(name) && at->is_regular_file(ignored);
+    names.numberedFile = names.numberedFile || (names.onlyNumbers && at->is_regular_file(ignored));
   }
   // A listing that fails counts as empty.
   return error ? Names{} : names;
@@ -126,7 +131,8 @@ bool isPortableExport(const fs::path& folder) {
   const fs::path manifest = folder / PortableManifest::kFileName;
   if (!isRegularFile(manifest)) return false;
   try {
-    return PortableManifest::decode(MappedFile::open(manifest)->bytes()).has_value();
+    return PortableManifest::read(MappedFile::open(manifest)->bytes(),
+                                  [](PortableManifest::Entry&&) {});
   } catch (const FileError&) {
     return false;
   }
@@ -135,8 +141,7 @@ bool isPortableExport(const fs::path& folder) {
 /// "Mail/V10", the folder Apple Mail keeps its store in.
 bool isAppleMailRoot(const fs::path& folder) {
   std::error_code ignored;
-  const std::string name = ownName(folder);
-  return name.starts_with('V') && isNumber(std::string_view(name).substr(1)) &&
+  return AppleMailReader::isStoreName(ownName(folder)) &&
          ownName(fs::absolute(folder, ignored) / "..") == "Mail";
 }
 
@@ -186,10 +191,10 @@ MailSourceKind detectFile(const fs::path& file) {
   if (looksLikePST(start)) return MailSourceKind::pst;
   if (looksLikeMbox(start)) return MailSourceKind::mbox;
   if (looksLikeMSG(start)) return MailSourceKind::outlookMessage;
+  if (looksLikeGzip(start)) return MailSourceKind::gzipFile;
+  if (looksLikeZip(start)) return MailSourceKind::zipFile;
   return MailSourceKind::emlFile;
 }
-
-bool isRefusal(int error) noexcept { return error == EACCES || error == EPERM; }
 
 /// Whether the system refuses to let the file be opened and its first byte be read.
 bool isRefused(const fs::path& file) {
@@ -197,19 +202,34 @@ bool isRefused(const fs::path& file) {
     fileStart(file, 1);
     return false;
   } catch (const FileError& error) {
-    return isRefusal(error.error());
+    return isPermissionDenied(error.error());
   }
 }
 
-/// The same of a folder: its listing can be allowed and its content refused.
-bool isFolderRefused(const fs::path& folder) {
-  std::error_code error;
-  std::error_code ignored;
-  for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator();
-       at.increment(error)) {
-    if (!at->is_directory(ignored) && !at->is_other(ignored)) return isRefused(at->path());
+/// The same of a folder: its listing can be allowed and its content refused. One file that opens is
+/// enough to go on and report the others; those nearest to the root are tried first.
+bool isFolderRefused(const fs::path& root) {
+  constexpr int kTriedFiles = 8;
+  std::deque<fs::path> folders{root};
+  bool anyRefused = false;
+  int tried = 0;
+  for (int seen = 0; !folders.empty(); folders.pop_front()) {
+    std::error_code error;
+    std::error_code ignored;
+    for (fs::directory_iterator at(folders.front(), error);
+         !error && at != fs::directory_iterator(); at.increment(error)) {
+      if (++seen > kMaxEntries) return anyRefused;
+      if (at->is_directory(ignored)) {
+        if (!at->is_symlink(ignored)) folders.push_back(at->path());
+      } else if (at->is_regular_file(ignored)) {
+        if (!isRefused(at->path())) return false;
+        anyRefused = true;
+        if (++tried == kTriedFiles) return true;
+      }
+    }
+    anyRefused = anyRefused || isPermissionDenied(error.value());
   }
-  return isRefusal(error.value());
+  return anyRefused;
 }
 
 }  // namespace
@@ -243,9 +263,15 @@ std::unique_ptr<MessageImporter> importer(const fs::path& path, MailSourceKind k
       return std::make_unique<EMLReader>(root, false, std::set<std::string, std::less<>>{});
     case MailSourceKind::mboxFolder:
       return std::make_unique<MboxFolderReader>(root);
+    case MailSourceKind::gzipFile:
+    case MailSourceKind::zipFile:
+      return std::make_unique<ContainerReader>(root);
     case MailSourceKind::appleMail:
+      return std::make_unique<AppleMailReader>(root);
     case MailSourceKind::thunderbirdProfile:
+      return std::make_unique<ThunderbirdReader>(root);
     case MailSourceKind::portableExport:
+      return std::make_unique<PortableExportReader>(root);
     case MailSourceKind::olm:
     case MailSourceKind::pst:
     case MailSourceKind::outlookMessage:
@@ -259,10 +285,11 @@ std::unique_ptr<MessageImporter> importer(const fs::path& path, MailSourceKind k
 
 std::optional<AccessProblem> accessProblem(const fs::path& path) {
   std::error_code error;
-  const fs::file_status status = fs::status(path, error);
-  bool refused = isRefusal(error.value());
-  if (!refused && fs::is_directory(status)) refused = isFolderRefused(path);
-  if (!refused && fs::is_regular_file(status)) refused = isRefused(path);
+  const fs::path root = mailFolder(path);
+  const fs::file_status status = fs::status(root, error);
+  bool refused = isPermissionDenied(error.value());
+  if (!refused && fs::is_directory(status)) refused = isFolderRefused(root);
+  if (!refused && fs::is_regular_file(status)) refused = isRefused(root);
   if (!refused) return std::nullopt;
   std::string text = pathText(path);
   const auto remedy = AccessProblem::remedyFor(text);

@@ -9,11 +9,15 @@
 #include <string>
 
 #include "file_tree.h"
+#include "mailformats/apple_mail_reader.h"
+#include "mailformats/container_reader.h"
 #include "mailformats/eml_reader.h"
 #include "mailformats/import_error.h"
 #include "mailformats/maildir_reader.h"
 #include "mailformats/mbox_folder_reader.h"
 #include "mailformats/mbox_reader.h"
+#include "mailformats/portable_export_reader.h"
+#include "mailformats/thunderbird_reader.h"
 
 namespace ambervane {
 namespace {
@@ -105,7 +109,8 @@ TEST(SourceDetector, files) {
       {"mboxWhateverItsName", "a.eml", "From ", MailSourceKind::mbox},
       {"almostMbox", "a.mbox", "From:", MailSourceKind::emlFile},
       {"olm", "a.OLM", "PK\3\4", MailSourceKind::olm},
-      {"zip", "a.zip", "PK\3\4", MailSourceKind::emlFile},
+      {"zip", "a.zip", "PK\3\4", MailSourceKind::zipFile},
+      {"gzip", "a.mbox", "\x1f\x8b\x08", MailSourceKind::gzipFile},
       {"olmByNameOnly", "a.olm", "From x", MailSourceKind::mbox},
       {"pstWhateverItsName", "a.bin", "!BDN", MailSourceKind::pst},
       {"compound", "a.msg", kCompound, MailSourceKind::outlookMessage},
@@ -129,6 +134,10 @@ std::string importerOf(const fs::path& path, MailSourceKind kind) {
     if (dynamic_cast<MaildirReader*>(importer.get()) != nullptr) return "MaildirReader";
     if (dynamic_cast<EMLReader*>(importer.get()) != nullptr) return "EMLReader";
     if (dynamic_cast<MboxFolderReader*>(importer.get()) != nullptr) return "MboxFolderReader";
+    if (dynamic_cast<AppleMailReader*>(importer.get()) != nullptr) return "AppleMailReader";
+    if (dynamic_cast<ThunderbirdReader*>(importer.get()) != nullptr) return "ThunderbirdReader";
+    if (dynamic_cast<PortableExportReader*>(importer.get()) != nullptr) return "PortableReader";
+    if (dynamic_cast<ContainerReader*>(importer.get()) != nullptr) return "ContainerReader";
     return "another";
   } catch (const ImportError& error) {
     return error.what();
@@ -140,18 +149,20 @@ TEST(SourceDetector, importers) {
   const std::map<MailSourceKind, std::string> expected = {
       {MailSourceKind::mbox, "MboxReader"},
       {MailSourceKind::maildir, "MaildirReader"},
-      {MailSourceKind::appleMail, notYet + "(Apple Mail store)"},
+      {MailSourceKind::appleMail, "AppleMailReader"},
       {MailSourceKind::appleMailPackage, "MboxReader"},
       {MailSourceKind::emlDirectory, "EMLReader"},
       {MailSourceKind::emlFile, "EMLReader"},
       {MailSourceKind::mhFolder, "EMLReader"},
-      {MailSourceKind::thunderbirdProfile, notYet + "(Thunderbird profile)"},
+      {MailSourceKind::thunderbirdProfile, "ThunderbirdReader"},
       {MailSourceKind::mboxFolder, "MboxFolderReader"},
-      {MailSourceKind::portableExport, notYet + "(Ambervane portable export)"},
+      {MailSourceKind::portableExport, "PortableReader"},
       {MailSourceKind::olm, notYet + "(Outlook for Mac archive)"},
       {MailSourceKind::pst, notYet + "(Outlook personal store)"},
       {MailSourceKind::outlookMessage, notYet + "(Outlook message)"},
       {MailSourceKind::outlookMessageFolder, "EMLReader"},
+      {MailSourceKind::gzipFile, "ContainerReader"},
+      {MailSourceKind::zipFile, "ContainerReader"},
       {MailSourceKind::unknown, "Unsupported mail source at /x"},
   };
   for (const MailSourceKind kind : kAllMailSourceKinds) {
@@ -198,19 +209,33 @@ TEST(AccessProblem, remedyOnMacos) {
 
 TEST(SourceDetector, accessProblem) {
   const FileTree tree{
-      {"file", "a"},     {"empty", ""},   {"closed", "a"},   {"closedFolder/x", ""},
-      {"listed/x", "a"}, {"open/x", "a"}, {"open/sub/", ""},
+      {"file", "a"},
+      {"empty", ""},
+      {"closed", "a"},
+      {"closedFolder/x", ""},
+      {"listed/x", "a"},
+      {"open/x", "a"},
+      {"open/sub/", ""},
+      {"maildir/cur/1", "a"},
+      {"maildir/new/", ""},
+      {"mixed/x", "a"},
+      {"mixed/y", "a"},
+      {"mixed/open/z", "a"},
+      {"export/index.json", "a"},
+      {"export/messages/x", "a"},
   };
   fs::permissions(tree.root(), fs::perms(0755));
-  fs::permissions(tree / "closed", fs::perms::none);
-  fs::permissions(tree / "closedFolder", fs::perms::none);
-  fs::permissions(tree / "listed/x", fs::perms::none);
+  for (const char* const path : {"closed", "closedFolder", "listed/x", "maildir/cur", "mixed/x",
+                                 "mixed/y", "export/messages"}) {
+    fs::permissions(tree / path, fs::perms::none);
+  }
   static constexpr struct {
     const char* path;
     bool refused;
-  } kCases[] = {{"file", false},  {"empty", false},        {"missing", false},
-                {"open", false},  {"closed", true},        {"closedFolder", true},
-                {"listed", true}, {"closedFolder/x", true}};
+  } kCases[] = {{"file", false},  {"empty", false},         {"missing", false},
+                {"open", false},  {"closed", true},         {"closedFolder", true},
+                {"listed", true}, {"closedFolder/x", true}, {"maildir", true},
+                {"mixed", false}, {"export", true}};
   const WithoutPrivilege unprivileged;
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.path);
