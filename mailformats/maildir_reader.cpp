@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kFlagsMarkBytes = 3;          // ":2,"
+constexpr std::size_t kFlagsMarkBytes = 3;  // ":2,"
 
 bool holdsFolder(const std::vector<FolderEntry>& entries, std::string_view name) {
   return std::any_of(entries.begin(), entries.end(), [&](const FolderEntry& entry) {

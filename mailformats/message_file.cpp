@@ -46,14 +46,20 @@ std::optional<MailFile> MailFile::open(const fs::path& path,
   const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | (links == Links::refuse ? O_NOFOLLOW : 0);
   std::string problem;
   try {
-    MailFile file(FileHandle(::open(path.c_str(), flags)), path);
+    FileHandle handle(::open(path.c_str(), flags));
     struct stat info {};
-    if (!file.handle_ || ::fstat(file.handle_.descriptor(), &info) != 0) {
-      // A socket cannot be opened at all.
-      problem = errno == ENXIO ? unreadableItem(path, kNotRegular) : unreadableItem(path, errno);
+    if (!handle || ::fstat(handle.descriptor(), &info) != 0) {
+      const int error = errno;
+      if (error == ELOOP && links == Links::refuse) {
+        problem = unreadableItem(path, "a link, not followed");
+      } else {
+        // A socket cannot be opened at all.
+        problem = error == ENXIO ? unreadableItem(path, kNotRegular) : unreadableItem(path, error);
+      }
     } else if (!S_ISREG(info.st_mode)) {
       problem = unreadableItem(path, kNotRegular);
     } else {
+      MailFile file(std::move(handle), path);
       file.size_ = static_cast<std::size_t>(info.st_size);
       file.begin_.resize(std::min(file.size_, kFirstReadBytes));
       fill(file.handle_, path, file.begin_, 0);

@@ -24,7 +24,8 @@ std::unique_ptr<MessageImporter> importer(const std::filesystem::path& path, Mai
 std::filesystem::path mailFolder(const std::filesystem::path& path);
 
 /// Whether the system refuses to let this program read `path` or, when it is a folder, the first
-/// files met in it. Absent for a path that does not exist, and for every failure that is no refusal.
+/// files met in it. Absent for a path that does not exist, and for every failure that is no
+/// refusal.
 std::optional<AccessProblem> accessProblem(const std::filesystem::path& path);
 
 }  // namespace ambervane::SourceDetector

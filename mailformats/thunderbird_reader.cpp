@@ -1,7 +1,8 @@
 #include "mailformats/thunderbird_reader.h"
 
 #include <algorithm>
-#include <array>
+#include <set>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -42,8 +43,20 @@ std::string mailFolderName(std::string_view path) {
     }
     names.emplace_back(name);
   }
-  if (!names.empty()) names.erase(names.begin());
+  names.erase(names.begin());
   return join(names, "/");
+}
+
+/// Leaves of a profile's entries those with mail. Either may be a link to where there was more
+/// room, and is followed then, but not both to the same place.
+void keepMailFolders(WalkedFolder& profile) {
+  std::set<fs::path> real;
+  std::erase_if(profile.entries, [&](FolderEntry& entry) {
+    if (!isOneOf(entry.name, {"Mail", "ImapMail"})) return true;
+    if (entry.kind == FolderEntry::Kind::folderLink) entry.kind = FolderEntry::Kind::folder;
+    std::error_code ignored;
+    return !real.insert(fs::canonical(profile.path / entry.name, ignored)).second;
+  });
 }
 
 }  // namespace
@@ -54,14 +67,11 @@ void ThunderbirdReader::forEachMboxFile(const VisitFile& visit,
                                         const Unreadable& unreadable) const {
   const auto visitFolder = [&](WalkedFolder& folder) {
     if (folder.name.empty()) {
-      std::erase_if(folder.entries, [](const FolderEntry& entry) {
-        return !isOneOf(entry.name, {"Mail", "ImapMail"});
-      });
+      keepMailFolders(folder);
       return true;
     }
     const std::string parent = mailFolderName(folder.name);
-    for (FolderEntry& entry : folder.entries) {
-      const fs::path path = folder.path / entry.name;
+    for (const FolderEntry& entry : folder.entries) {
       if (entry.kind == FolderEntry::Kind::folder && entry.name == "cur") {
         if (unreadable) {
           unreadable(
@@ -71,7 +81,9 @@ void ThunderbirdReader::forEachMboxFile(const VisitFile& visit,
         }
       } else if (entry.kind == FolderEntry::Kind::file && !isNoMailbox(entry.name)) {
         const std::string name = repairedUtf8(entry.name);
-        if (!visit(path, parent.empty() ? name : parent + "/" + name)) return false;
+        if (!visit(folder.path / entry.name, parent.empty() ? name : parent + "/" + name)) {
+          return false;
+        }
       }
     }
     std::erase_if(folder.entries, [](const FolderEntry& entry) {

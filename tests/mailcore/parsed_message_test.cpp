@@ -119,6 +119,7 @@ TEST(ParsedMessage, attachmentIsDescribedInFull) {
   const AttachmentRef expected = {
       .filename = "é.png",
       .mimeType = "image/png",
+      .charset = "",
       .section = "2",
       .encodedRange = {raw.find("YWJj"), raw.find("YWJj") + 9},
       .encodedSize = 9,
