@@ -28,6 +28,10 @@ constexpr int kConditionHeight = 12;
 /// conditions its logarithm: 500 + 2 * 200 + 13 stays below SQLite's 1000.
 constexpr int kMaxChainHeight = 500;
 
+/// With more conditions than this SQLite's planner takes seconds to weigh them against its indexes,
+/// of which so many conditions together make no use. A unary plus hides them from it.
+constexpr int kMaxPlannedConditions = 50;
+
 constexpr double kSecondsPerDay = 86400;
 
 /// Part of the expression, with what its "?" stand for and how deep SQLite finds it.
@@ -200,9 +204,12 @@ class Compiler {
     return joined(std::move(parts), group.match);
   }
 
+  /// How many have been compiled; beyond `kMaxFilterConditions` not all are counted.
+  int conditions() const noexcept { return conditions_; }
+
  private:
   std::optional<Fragment> rule(const FilterCondition& rule) {
-    if (conditions_ == kMaxFilterConditions) return std::nullopt;
+    if (conditions_ > kMaxFilterConditions) return std::nullopt;
     Fragment out;
     auto sql = condition(rule.field, rule.op, trim(rule.value), out.params);
     if (!sql) return std::nullopt;
@@ -360,8 +367,11 @@ class Compiler {
 
 std::optional<std::string> emit(const FilterNode& node, QueryValues& params,
                                 const QueryContext& context) {
-  auto whole = Compiler(context).node(node, 1);
+  Compiler compiler(context);
+  auto whole = compiler.node(node, 1);
   if (!whole) return std::nullopt;
+  if (compiler.conditions() > kMaxFilterConditions) return "0";
+  if (compiler.conditions() > kMaxPlannedConditions) whole->sql = "+(" + whole->sql + ")";
   std::move(whole->params.begin(), whole->params.end(), std::back_inserter(params));
   return std::move(whole->sql);
 }

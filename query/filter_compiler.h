@@ -22,8 +22,8 @@ struct CompiledFilter {
 /// have) drops out, and so does a group with nothing left.
 ///
 /// What is emitted stays within SQLite's limits, whatever the tree:
-///  - at most `kMaxFilterConditions` conditions, of at most three parameters each, are compiled, in
-///    the tree's order (SQLite takes 32766 parameters); the rest drop out;
+///  - a tree of more than `kMaxFilterConditions` conditions, which have at most three parameters
+///    each, finds nothing, rather than something else than was asked (SQLite takes 32766);
 ///  - the expression is less than 950 levels deep (SQLite takes 1000). Levels beyond
 ///    `kMaxFilterDepth` drop out, and a group whose plain chain "a AND b AND c" would be too deep,
 ///    each operand being a level, is joined in nested brackets instead, which means the same;

@@ -83,19 +83,22 @@ class Builder {
   void addPeople() {
     if (query_.subject) add(like("m.subject", containing(*query_.subject), params_));
     if (query_.from) {
-      addEither(like("m.from_addr", containing(lowercase(*query_.from)), params_),
-                like("m.from_name", containing(*query_.from), params_));
+      addEither("m.from_addr", lowercase(*query_.from), "m.from_name", *query_.from);
     }
     if (query_.recipient) {
-      addEither(like("m.to_addrs", containing(*query_.recipient), params_),
-                like("m.cc_addrs", containing(*query_.recipient), params_));
+      addEither("m.to_addrs", *query_.recipient, "m.cc_addrs", *query_.recipient);
     }
     if (query_.participant) {
       add(like("m.participants", containing(lowercase(*query_.participant)), params_));
     }
   }
 
-  void addEither(const std::string& a, const std::string& b) { add("(" + a + " OR " + b + ")"); }
+  void addEither(std::string_view column, std::string_view value, std::string_view otherColumn,
+                 std::string_view otherValue) {
+    const std::string one = like(column, containing(value), params_);
+    const std::string other = like(otherColumn, containing(otherValue), params_);
+    add("(" + one + " OR " + other + ")");
+  }
 
   void addFacts() {
     if (query_.dateFrom) add("m.sent_at >= ?", query_.dateFrom->seconds);

@@ -27,7 +27,7 @@ std::optional<std::string> ftsExpression(std::string_view text,
                                          const std::vector<std::string>& columns = {});
 
 inline constexpr int kMaxFullTextTerms = 200;
-inline constexpr std::size_t kMaxFullTextBytes = 16384;
+inline constexpr std::size_t kMaxFullTextBytes = 8192;
 
 }  // namespace ambervane::SearchQueryParser
 

@@ -4,7 +4,10 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+#include "query/filter_node.h"
 
 namespace ambervane {
 
@@ -39,9 +42,12 @@ inline std::vector<HostileQuery> hostileQueries() {
       {"keywordsOnly", repeated("AND OR NOT ( ) ", 5'000)},
       {"manyAlternatives", repeated("cc:a or ", 12'000) + "cc:a"},
       {"manyConditions", "(" + repeated("cc:a ", 20'000)},
+      {"conditionsInReach", "(" + repeated("cc:a or sha:b or ", 600)},
+      {"lookupsInReach", repeated("tag:a or konto:b or flag:c or file:d or header:e:f or ", 40)},
+      {"textsInReach", repeated("a ! ", 300)},
       {"manyTexts", repeated("a ! ", 25'000) + "a"},
       {"manyDigests", "(" + repeated("sha:a ", 16'000)},
-      {"manyLookups", repeated("tag or konto:b or flag:c or file:d or header:e:f or ", 2'000)},
+      {"manyLookups", repeated("tag:a or konto:b or flag:c or file:d or header:e:f or ", 2'000)},
       {"manyWords", repeated("müll ae ", 11'000)},
       {"manyPhrases", repeated("\"a b\" ", 16'000)},
       {"longWord", kilobytes},
@@ -77,6 +83,25 @@ inline std::vector<HostileQuery> hostileQueries() {
       {"emoji", "\U0001f4ce \U0001f468\u200d\U0001f469 or (\U0001f4ce)"},
   };
   return lines;
+}
+
+/// The tree whose SQL is as deep an expression as can be: a chain of `width` conditions as long as
+/// chains get, below negations that each have a branch beside the deep one.
+inline FilterNode deepestFilter(int levels, int width) {
+  const auto condition = [] {
+    return FilterNode::rule(FilterField::header, FilterOperator::notContains, "x-a: b");
+  };
+  std::vector<FilterNode> chain;
+  for (int i = 0; i < width; ++i) chain.push_back(condition());
+  FilterNode tree = FilterNode::group(FilterMatch::none, std::move(chain));
+  for (int level = 2; level < levels; ++level) {
+    std::vector<FilterNode> children;
+    children.push_back(std::move(tree));
+    children.push_back(condition());
+    children.push_back(condition());
+    tree = FilterNode::group(FilterMatch::none, std::move(children));
+  }
+  return tree;
 }
 
 }  // namespace ambervane
