@@ -24,6 +24,7 @@
 #include "store/recovery_sidecars.h"
 #include "store/solid_block_writer.h"
 #include "store/storage_access.h"
+#include "store/tag_rule_cache.h"
 
 namespace ambervane {
 
@@ -78,6 +79,7 @@ class MailArchive {
            !policy().cryptoShreddingEnabled;
   }
   RecoverySidecars& sidecars() noexcept { return *sidecars_; }
+  TagRuleCache& tagRules() noexcept { return tagRules_; }
   Date now() const { return environment_.clock(); }
 
   bool readOnly() const noexcept { return readOnly_; }
@@ -150,6 +152,7 @@ class MailArchive {
   std::unique_ptr<DictionaryKeeper> dictionaries_;
   SolidBlockWriter solidBlock_;
   SolidBlockReader solidReader_;
+  TagRuleCache tagRules_;
   std::vector<std::string> notices_;
   std::int64_t entriesSinceSeal_ = 0;
   std::int64_t currentPack_ = 0;
