@@ -44,6 +44,12 @@ int show(const Arguments& arguments, Console& console);
 int stats(const Arguments& arguments, Console& console);
 int attachments(const Arguments& arguments, Console& console);
 int duplicates(const Arguments& arguments, Console& console);
+int search(const Arguments& arguments, Console& console);
+int tagCommand(const Arguments& arguments, Console& console);
+int queryCommand(const Arguments& arguments, Console& console);
+int tableCommand(const Arguments& arguments, Console& console);
+int reindex(const Arguments& arguments, Console& console);
+int smart(const Arguments& arguments, Console& console);
 int sealCommand(const Arguments& arguments, Console& console);
 int detect(const Arguments& arguments, Console& console);
 
