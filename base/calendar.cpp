@@ -8,6 +8,7 @@
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <ctime>
 #include <map>
 #include <memory>
 
@@ -76,6 +77,17 @@ CivilTime civilTime(Date date, Zone zone) {
   time.minute = static_cast<int>(std::fmod(rest, 3600) / 60);
   time.second = std::fmod(rest, 60);
   return time;
+}
+
+CivilTime localCivilTime(Date date) {
+  // The C library reads one zone file; ICU would have to find out first which zone that is.
+  const auto seconds = static_cast<std::time_t>(std::floor(date.seconds));
+  std::tm local{};
+  constexpr double kRange = 1e14;  // years far beyond what the calendar type holds
+  if (!(std::fabs(date.seconds) < kRange) || ::localtime_r(&seconds, &local) == nullptr) {
+    return civilTime(date);
+  }
+  return civilTime({date.seconds + static_cast<double>(local.tm_gmtoff)});
 }
 
 std::optional<Date> dateFromCivil(const CivilTime& time) {

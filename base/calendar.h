@@ -26,6 +26,10 @@ enum class Zone { utc, zurich };
 /// Gregorian reading of `date` in `zone`.
 CivilTime civilTime(Date date, Zone zone = Zone::utc);
 
+/// Gregorian reading in the zone of this machine and user (TZ): for showing to a person, never for
+/// reckoning or records.
+CivilTime localCivilTime(Date date);
+
 /// The moment of a UTC reading. Absent when a field is out of its range or the day does not exist
 /// in that month. A second up to below 61 is taken (leap seconds), an hour of 24 is not.
 std::optional<Date> dateFromCivil(const CivilTime& time);

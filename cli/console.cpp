@@ -1,6 +1,19 @@
 #include "cli/console.h"
 
 namespace ambervane {
+namespace {
+
+constexpr double kRedrawSeconds = 0.1;
+
+}  // namespace
+
+bool ProgressLine::isDue() {
+  if (!isShown()) return false;
+  const Date now = systemNow();
+  if (now.seconds - drawnAt_.seconds < kRedrawSeconds) return false;
+  drawnAt_ = now;
+  return true;
+}
 
 void ProgressLine::show(const std::string& text) {
   if (!isShown()) return;

@@ -4,6 +4,7 @@
 #include <ostream>
 #include <string>
 
+#include "base/date.h"
 #include "base/localized_message.h"
 
 namespace ambervane {
@@ -23,6 +24,8 @@ class ProgressLine {
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
   bool isShown() const noexcept { return console_.errorIsTerminal; }
+  /// Whether it is shown and has stood long enough to be replaced; then the time starts anew.
+  bool isDue();
   /// Replaces the line by two blanks and `text`.
   void show(const std::string& text);
   void clear();
@@ -30,6 +33,7 @@ class ProgressLine {
  private:
   Console& console_;
   bool drawn_ = false;
+  Date drawnAt_;
 };
 
 /// The tool's own failures; both carry the words that are shown.

@@ -17,8 +17,6 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kListedErrors = 5;
 constexpr std::size_t kFolderWidth = 40;
-/// Seconds between two drawings of the progress line.
-constexpr double kRedraw = 0.1;
 
 std::string rateText(double messagesPerSecond, double bytesPerSecond) {
   return fmt::format("{:.0f} msg/s, {}/s", messagesPerSecond,
@@ -121,11 +119,8 @@ int importSource(const Arguments& arguments, Console& console) {
   IngestSummary summary;
   {
     ProgressLine line(console);
-    Date drawnAt;
     const auto progress = [&](const IngestSummary& state, const std::string& folder) {
-      const Date now = archive->now();
-      if (!line.isShown() || now.seconds - drawnAt.seconds < kRedraw) return;
-      drawnAt = now;
+      if (!line.isDue()) return;
       line.show(fmt::format(
           "{} → {}  [{} stored, {} dup, {} failed — {}]", state.examined(),
           prefixCharacters(printable(folder), kFolderWidth), state.added, state.duplicates,

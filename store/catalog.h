@@ -46,6 +46,8 @@ class Catalog {
   void setMeta(std::string_view key, std::string_view value);
   /// To be called after anything that may alter what a filter finds.
   void bumpMutationGeneration();
+  /// Names the content as it stands: the same as long as no filter can find anything else.
+  std::string contentFingerprint();
 
   // Packs and dictionaries.
   void registerPack(std::int64_t id);
@@ -91,6 +93,8 @@ class Catalog {
   void discardMessage(std::int64_t id);
   std::optional<MessageRow> message(std::int64_t id);
   std::optional<MessageRow> message(std::string_view hash);
+  /// The digest alone.
+  std::optional<std::string> messageDigest(std::int64_t id);
   /// Removes rows that were never placed and gives back what they held; returns how many.
   std::int64_t sweepIncompleteMessages();
   /// `headers` are what `indexedHeaders` picked.
@@ -101,6 +105,11 @@ class Catalog {
   void optimizeSearchIndex();
   /// Makes the full-text table where this SQLite can; `supportsFTS` tells.
   void createSearchIndex();
+  /// Makes the catalog's files forget the text of what was removed or blanked before, words of the
+  /// full-text index included. False when a reader of an older state kept the log from being
+  /// emptied: then text may still be in "catalog.sqlite-wal". Takes as long as the index is large;
+  /// not to be called inside a batch.
+  bool forgetErasedText();
 
   // Accounts and folders.
   std::int64_t upsertAccount(const std::string& name, const std::string& kind,

@@ -8,6 +8,7 @@
 #include "store/pack_error.h"
 #include "store/pack_format.h"
 #include "store/solid_block_writer.h"
+#include "store/tagging.h"
 
 namespace ambervane {
 namespace {
@@ -225,6 +226,9 @@ class Commit {
     }
     applyMatchingHolds();
     recordIngested(id, insert);
+    if (const auto rules = activeTagRules(archive_); !rules->empty()) {
+      applyTagRules(archive_, id, *rules, "rule");
+    }
   }
 
   void writeRows(std::int64_t id, const MessageInsert& insert,

@@ -38,6 +38,7 @@ class IngestBatch {
     archive_.packs().flush();
     archive_.noteDurablePack();
     archive_.dictionaries().saveProgress();
+    archive_.catalog().bumpMutationGeneration();
     archive_.flushSidecars();
     archive_.journal().endBatch();
     archive_.catalog().commitBatch();

@@ -197,6 +197,7 @@ void MailArchive::prepareForWriting() {
   createFolders(url_ / "export");
   dictionaries_->prepareForWriting();
   if (const std::int64_t swept = catalog_->sweepIncompleteMessages(); swept > 0) {
+    catalog_->bumpMutationGeneration();
     journal_->append(AuditAction::integrityVerified, "startup",
                      {{"swept_incomplete_rows", std::to_string(swept)}});
   }

@@ -25,6 +25,7 @@
 #include "store/recovery_sidecars.h"
 #include "store/solid_block_writer.h"
 #include "store/storage_access.h"
+#include "store/tag_rule_cache.h"
 
 namespace ambervane {
 
@@ -81,6 +82,7 @@ class MailArchive {
            !policy().cryptoShreddingEnabled;
   }
   RecoverySidecars& sidecars() noexcept { return *sidecars_; }
+  TagRuleCache& tagRules() noexcept { return tagRules_; }
   Date now() const { return environment_.clock(); }
 
   bool readOnly() const noexcept { return readOnly_; }
@@ -154,6 +156,7 @@ class MailArchive {
   SolidBlockWriter solidBlock_;
   SolidBlockReader solidReader_;
   std::unique_ptr<AttachmentTextReader> attachmentText_;
+  TagRuleCache tagRules_;
   std::vector<std::string> notices_;
   std::int64_t entriesSinceSeal_ = 0;
   std::int64_t currentPack_ = 0;

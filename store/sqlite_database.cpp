@@ -55,6 +55,11 @@ bool SQLiteError::isMediumFailure() const noexcept {
          primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB;
 }
 
+bool SQLiteError::isOutOfTime() const noexcept {
+  const auto* step = std::get_if<Step>(&reason_);
+  return step != nullptr && (step->code & 0xff) == SQLITE_INTERRUPT;
+}
+
 LocalizedMessage SQLiteError::message() const {
   struct Words {
     LocalizedMessage operator()(const Open& r) const {
@@ -208,11 +213,11 @@ SQLiteDatabase::~SQLiteDatabase() {
 
 std::unique_ptr<SQLiteDatabase> SQLiteDatabase::reading(const std::filesystem::path& path,
                                                         const std::string& label,
-                                                        bool mediumIsReadOnly) {
+                                                        bool mediumIsReadOnly, Mode mode) {
   static constexpr std::string_view kProbe = "SELECT count(*) FROM sqlite_master";
   if (!mediumIsReadOnly) {
     try {
-      auto database = std::make_unique<SQLiteDatabase>(path, Mode::readOnly, label);
+      auto database = std::make_unique<SQLiteDatabase>(path, mode, label);
       database->scalar(kProbe);
       return database;
     } catch (const SQLiteError&) {
@@ -369,6 +374,12 @@ std::int64_t SQLiteDatabase::count(std::string_view sql, const SQLBindings& bind
   if (!value) return 0;
   const auto* integer = std::get_if<std::int64_t>(&*value);
   return integer == nullptr ? 0 : *integer;
+}
+
+std::vector<std::string> SQLiteDatabase::columns(std::string_view sql) {
+  const std::lock_guard lock(mutex_);
+  const Statement statement(*this, sql);
+  return *columnNames(statement);
 }
 
 void SQLiteDatabase::transaction(const std::function<void()>& body) {

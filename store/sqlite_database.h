@@ -1,6 +1,7 @@
 #ifndef AMBERVANE_STORE_SQLITE_DATABASE_H_
 #define AMBERVANE_STORE_SQLITE_DATABASE_H_
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -47,6 +48,8 @@ class SQLiteError final : public TranslatableError {
   /// Whether the database could not be written for want of room or because the medium failed; then
   /// nothing further will succeed.
   bool isMediumFailure() const noexcept;
+  /// Whether a fenced connection stopped the statement because its time was over.
+  bool isOutOfTime() const noexcept;
   LocalizedMessage message() const override;
 
  private:
@@ -122,7 +125,9 @@ class Row {
 /// statements are prepared once per text and rebound. Every failure is an SQLiteError.
 class SQLiteDatabase {
  public:
-  enum class Mode { readWrite, readOnly, immutable };
+  /// `readOnly` where we may write promises not to and tidies up behind itself; `neverWriting` is
+  /// read-only to the system as well.
+  enum class Mode { readWrite, readOnly, neverWriting, immutable };
 
   /// `label` names the connection in diagnostics. Read-write openings create the file, and set WAL,
   /// full synchronisation, foreign keys and secure deletion. ":memory:" is taken as such.
@@ -134,7 +139,8 @@ class SQLiteDatabase {
   /// Opens an existing database without writing: read-only where that works, else as immutable,
   /// which a medium that cannot hold a "-shm" file needs.
   static std::unique_ptr<SQLiteDatabase> reading(const std::filesystem::path& path,
-                                                 const std::string& label, bool mediumIsReadOnly);
+                                                 const std::string& label, bool mediumIsReadOnly,
+                                                 Mode mode = Mode::readOnly);
 
   /// Runs any number of statements without parameters or results.
   void execute(const std::string& sql);
@@ -151,6 +157,8 @@ class SQLiteDatabase {
   std::optional<SQLValue> scalar(std::string_view sql, const SQLBindings& bindings = {});
   /// The scalar as an integer; 0 for anything else.
   std::int64_t count(std::string_view sql, const SQLBindings& bindings = {});
+  /// The names of a statement's columns; it is not run.
+  std::vector<std::string> columns(std::string_view sql);
   /// "BEGIN IMMEDIATE", `body`, "COMMIT", or "ROLLBACK" when `body` throws.
   void transaction(const std::function<void()>& body);
   /// Moves the write-ahead log into the database file and cuts it to nothing; false when a reader
@@ -160,10 +168,14 @@ class SQLiteDatabase {
   std::pair<bool, std::string> integrityCheck(bool quick);
   bool hasFTS5();
   bool hasTable(std::string_view name);
+  /// From here on only SELECT passes on this connection, over the database's own tables, with no
+  /// function that reaches outside it, until `time` is over.
+  void fence(std::chrono::milliseconds time);
   const std::filesystem::path& path() const noexcept { return path_; }
 
  private:
   class Statement;
+  struct Fence;
   struct StatementHash {
     using is_transparent = void;
     std::size_t operator()(std::string_view s) const noexcept {
@@ -183,6 +195,7 @@ class SQLiteDatabase {
   std::string label_;
   std::recursive_mutex mutex_;
   sqlite3* handle_ = nullptr;
+  std::shared_ptr<Fence> fence_;
   std::unordered_map<std::string, sqlite3_stmt*, StatementHash, std::equal_to<>> statements_;
 };
 

@@ -1,0 +1,24 @@
+#ifndef AMBERVANE_CLI_MESSAGE_LIST_H_
+#define AMBERVANE_CLI_MESSAGE_LIST_H_
+
+#include <cstddef>
+#include <ostream>
+#include <string>
+
+#include "cli/arguments.h"
+#include "search/search_archive.h"
+
+namespace ambervane {
+
+/// The positional words from `first` on, joined by one blank, so that a query need not be quoted.
+std::string wordsFrom(const Arguments& arguments, std::size_t first);
+
+/// How many were found and how fast, then a line for each hit.
+void printHits(const SearchResult& result, std::ostream& out);
+
+/// Says at the end of the output that the journal could not take an entry, where that is so.
+void noteUnrecorded(const MailArchive& archive, std::ostream& out);
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_CLI_MESSAGE_LIST_H_
