@@ -12,6 +12,10 @@
 #include "cli/interrupt.h"
 #include "cli/synthetic_mail.h"
 #include "mailcore/parsed_message.h"
+#include "query/boolean_query_parser.h"
+#include "query/search_query_parser.h"
+#include "search/search_archive.h"
+#include "search/smart_folders.h"
 #include "store/ingest.h"
 #include "store/message_reader.h"
 
@@ -176,6 +180,51 @@ std::string firstPageDirect(const Subject& subject) {
   return fmt::format("{} rows", page.size());
 }
 
+/// One page of what `query` finds, as the search command asks, without an entry in the journal.
+std::string search(const Subject& subject, SearchQuery query) {
+  query.recordInJournal = false;
+  const SearchResult result = searchArchive(subject.archive, query);
+  return fmt::format("{} of {} messages", result.hits.size(), result.displayCount());
+}
+
+std::string clickMailbox(const Subject& subject) {
+  SearchQuery query;
+  query.folderID = subject.largestFolder;
+  return search(subject, std::move(query));
+}
+
+std::string searchCommonWord(const Subject& subject) {
+  return search(subject, SearchQueryParser::parse("Rechnung"));
+}
+
+std::string searchRarePhrase(const Subject& subject) {
+  return search(subject, SearchQueryParser::parse("\"Zahlungsziel Konditionen\""));
+}
+
+std::string searchSender(const Subject& subject) {
+  return search(subject, SearchQueryParser::parse("from:person7"));
+}
+
+std::string pageDeep(const Subject& subject) {
+  SearchQuery query;
+  query.offset = 100000;
+  return search(subject, std::move(query));
+}
+
+std::string countSmartFolder(const Subject& subject, const char* line) {
+  const auto filter = BooleanQueryParser::parse(line);
+  if (!filter) return "no rules";
+  const SmartFolderCount count = smartFolderCount(subject.archive, *filter);
+  return fmt::format("{}{} messages", count.count, count.isExact ? "" : "+");
+}
+
+std::string countBroad(const Subject& subject) { return countSmartFolder(subject, "larger:1"); }
+
+std::string countNested(const Subject& subject) {
+  return countSmartFolder(subject,
+                          "(Rechnung OR Offerte) has:attachment NOT (from:person7 OR subject:Re)");
+}
+
 /// Decompresses and parses, as a window with a message does; returns the text it shows.
 std::string open(MailArchive& archive, const MessageRow& row) {
   const Bytes raw = rawMessage(archive, row);
@@ -205,6 +254,13 @@ struct Operation {
 constexpr Operation kOperations[] = {
     {"open the sidebar (folders + counts)", openSidebar},
     {"first page of a mailbox (direct)", firstPageDirect},
+    {"click a mailbox (what the app does)", clickMailbox},
+    {"full-text search with a common word", searchCommonWord},
+    {"full-text search with a rare phrase", searchRarePhrase},
+    {"search by sender", searchSender},
+    {"page 500 deep (offset 100000)", pageDeep},
+    {"smart folder count broad", countBroad},
+    {"smart folder count nested with full text", countNested},
     {"open one message (decompress + parse)", openMessage},
     {"attachment lookup across the archive", findAttachments},
 };

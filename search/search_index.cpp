@@ -13,14 +13,13 @@
 #include "base/text.h"
 #include "base/thread_pool.h"
 #include "mailcore/parsed_message.h"
+#include "store/attachment_index_text.h"
 #include "store/message_reader.h"
 #include "store/recorded_change.h"
 
 namespace ambervane {
 namespace {
 
-/// Characters of a body that are indexed.
-constexpr std::size_t kIndexedCharacters = 1048576;
 /// What may wait for the pool.
 constexpr std::size_t kMaxWaitingMessages = 64;
 constexpr std::size_t kMaxWaitingBytes = std::size_t{64} << 20;
@@ -81,15 +80,21 @@ class Rebuild {
     }
     waitingBytes_ += message->raw.size();
     const std::size_t bytes = message->raw.size();
-    auto done = pool_.submit([message] { parse(*message); });
+    auto done =
+        pool_.submit([message, reader = archive_.attachmentText()] { parse(*message, reader); });
     waiting_.push_back({std::move(message), bytes, std::move(done)});
   }
 
-  static void parse(Message& message) {
+  static void parse(Message& message, const AttachmentTextReader* reader) {
     if (!message.isReadable) return;
     const ParsedMessage parsed(message.raw);
     message.text.subject = parsed.subject();
-    message.text.body = std::string(prefixCharacters(parsed.texts().all, kIndexedCharacters));
+    AttachmentIndexText texts(reader);
+    parsed.forEachAttachment([&texts](AttachmentRef&& attachment, DecodedBytes&& decoded) {
+      texts.add(attachment, decoded.view());
+    });
+    message.text.attachments += texts.takeTexts();
+    message.text.body = std::string(prefixCharacters(parsed.texts().all, kMaxIndexedCharacters));
     message.raw = Bytes();
   }
 

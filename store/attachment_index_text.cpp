@@ -22,9 +22,9 @@ void AttachmentIndexText::add(const AttachmentRef& attachment, BytesView decoded
   texts_ += text->text;
 }
 
-std::string AttachmentIndexText::take() {
+std::string AttachmentIndexText::takeTexts() {
   texts_.resize(prefixCharacters(texts_, kMaxIndexedCharacters).size());
-  return std::exchange(names_, {}) + std::exchange(texts_, {});
+  return std::exchange(texts_, {});
 }
 
 }  // namespace ambervane

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "base/bytes.h"
 #include "doctext/attachment_text.h"
@@ -23,7 +24,10 @@ class AttachmentIndexText {
   void add(const AttachmentRef& attachment, BytesView decoded);
   /// How many were of a kind that is read, and damaged, encrypted or beyond a limit.
   std::int64_t unreadable() const noexcept { return unreadable_; }
-  std::string take();
+  /// Names and texts.
+  std::string take() { return std::exchange(names_, {}) + takeTexts(); }
+  /// The texts alone, each behind an LF.
+  std::string takeTexts();
 
  private:
   const AttachmentTextReader* reader_;
