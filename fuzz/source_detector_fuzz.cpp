@@ -72,5 +72,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   readSource(root, size);
   if (!first.empty()) readSource(first, size);
   SourceDetector::accessProblem(root);
+  fs::remove_all(root);
   return 0;
 }
