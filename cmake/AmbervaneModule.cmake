@@ -22,9 +22,7 @@ function(ambervane_module name)
   endforeach()
   target_link_libraries(ambervane_${name} PRIVATE ${arg_LIBRARIES})
   if(AMBERVANE_PCH)
-    target_precompile_headers(ambervane_${name} PRIVATE
-      <algorithm> <filesystem> <functional> <map> <memory> <optional> <set> <span> <string>
-      <string_view> <variant> <vector>)
+    target_precompile_headers(ambervane_${name} REUSE_FROM ambervane_pch)
   endif()
 
   if(AMBERVANE_FUZZ OR NOT arg_TESTS)
@@ -44,9 +42,7 @@ function(ambervane_module name)
   # What a test costs is its compilation: optimising the test's own code would double that.
   target_compile_options(${name}_tests PRIVATE -O0)
   if(AMBERVANE_PCH)
-    target_precompile_headers(${name}_tests PRIVATE
-      <algorithm> <filesystem> <functional> <map> <memory> <optional> <set> <span> <string>
-      <string_view> <variant> <vector> <gmock/gmock.h> <gtest/gtest.h>)
+    target_precompile_headers(${name}_tests REUSE_FROM ambervane_test_pch)
   endif()
   add_test(NAME ${name} COMMAND ${name}_tests)
   set_tests_properties(${name} PROPERTIES TIMEOUT 600)
