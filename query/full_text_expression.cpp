@@ -10,7 +10,7 @@ namespace ambervane::SearchQueryParser {
 namespace {
 
 /// `text` as an FTS5 string, in which only the double quote has a meaning.
-std::string quoted(std::string_view text) {
+std::string ftsString(std::string_view text) {
   std::string out = "\"";
   for (const char c : text) {
     if (c == '"') out.push_back('"');
@@ -23,7 +23,7 @@ std::string quoted(std::string_view text) {
 /// `word` in every spelling, each followed by `suffix`.
 std::string spellings(std::string_view word, const char* suffix) {
   std::vector<std::string> variants = GermanFolding::queryVariants(word);
-  for (std::string& variant : variants) variant = quoted(variant) + suffix;
+  for (std::string& variant : variants) variant = ftsString(variant) + suffix;
   if (variants.size() == 1) return std::move(variants.front());
   return "(" + join(variants, " OR ") + ")";
 }
@@ -84,7 +84,7 @@ std::optional<std::string> ftsExpression(std::string_view text,
   for (const char c : usedPart(text)) {
     if (expression.isFull()) break;
     if (c == '"') {
-      if (inQuotes && !collected.empty()) expression.addTerm(quoted(collected));
+      if (inQuotes && !collected.empty()) expression.addTerm(ftsString(collected));
       if (inQuotes) collected.clear();
       inQuotes = !inQuotes;
     } else if (c == ' ' && !inQuotes) {
