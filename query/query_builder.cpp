@@ -14,6 +14,7 @@ namespace {
 
 // The weights belong to the columns subject, participants, body, attachments.
 constexpr const char* kRank = "bm25(message_fts, 8.0, 4.0, 1.0, 3.0)";
+constexpr const char* kOrderByRank = "ORDER BY bm25(message_fts, 8.0, 4.0, 1.0, 3.0) ASC";
 
 class Builder {
  public:
@@ -163,7 +164,7 @@ class Builder {
     if (auto sql = FilterCompiler::emit(*filter, params_, context_)) add(std::move(*sql));
   }
 
-  std::string order() const {
+  const char* order() const {
     const bool inFolder = query_.folderID.has_value();
     switch (query_.sort) {
       case SearchSort::dateDescending:
@@ -175,8 +176,7 @@ class Builder {
       case SearchSort::sizeDescending:
         return "ORDER BY m.size DESC";
       case SearchSort::relevance:
-        return built_.usedFullText ? std::string("ORDER BY ") + kRank + " ASC"
-                                   : "ORDER BY m.sent_at DESC";
+        return built_.usedFullText ? kOrderByRank : "ORDER BY m.sent_at DESC";
       case SearchSort::subject:
         return "ORDER BY m.subject_norm COLLATE NOCASE ASC";
       case SearchSort::sender:
@@ -192,7 +192,7 @@ class Builder {
       case SearchSort::attachmentCount:
         return "ORDER BY m.attachment_count DESC, m.size DESC";
     }
-    return {};
+    return "";
   }
 
   const SearchQuery& query_;
