@@ -1,6 +1,11 @@
 # Two sets of precompiled headers for all folders, one for the libraries and one, with GoogleTest and
 # not optimised, for the test programs.
 if(AMBERVANE_PCH)
+  # What GCC warns of while it optimises code inlined from a system header it keeps to itself, unless
+  # that header is precompiled: then it no longer knows where the code came from. Builds without
+  # precompiled headers leave these warnings on.
+  target_compile_options(ambervane_options INTERFACE
+    -Wno-array-bounds $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow> $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
   set(headers <algorithm> <filesystem> <functional> <map> <memory> <optional> <set> <span> <string>
               <string_view> <variant> <vector>)
   file(WRITE ${PROJECT_BINARY_DIR}/precompiled.cpp "")
