@@ -47,6 +47,7 @@ int duplicates(const Arguments& arguments, Console& console);
 int sealCommand(const Arguments& arguments, Console& console);
 int detect(const Arguments& arguments, Console& console);
 int bench(const Arguments& arguments, Console& console);
+int timestamp(const Arguments& arguments, Console& console);
 
 // What commands share.
 

@@ -10,6 +10,7 @@
 #include "base/digest.h"
 #include "base/file.h"
 #include "base/text.h"
+#include "evidence/timestamp_defaults.h"
 #include "platform/code_signature.h"
 #include "platform/host.h"
 #include "platform/immutable_flag.h"
@@ -181,7 +182,8 @@ void MailArchive::openParts() {
       journalPath, AuditJournal::defaultActor, journals,
       environment_.journalLock ? environment_.journalLock : systemFileLock, environment_.clock);
   sealer_ = std::make_unique<Sealer>(url_ / "keys" / "seal.key", url_ / "chain" / "seals",
-                                     environment_.clock, !readOnly_);
+                                     environment_.clock, !readOnly_, environment_.timestamps);
+  sealer_->setTimestampAuthorities(timestampAuthorities(catalog_->meta("timestamp_authority")));
   const fs::path keyDatabase = url_ / "keys" / "content-keys.sqlite";
   const fs::path masterKey = url_ / "keys" / "master.key";
   keys_ = readOnly_ ? ContentKeyStore::reading(keyDatabase, masterKey,
