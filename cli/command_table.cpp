@@ -35,7 +35,7 @@ constexpr std::array kCommands = {
     Command{"upload", "<reimport-manifest.json> --host <h> --user <u> [--prefix <p>] [--dry-run]",
             "Put exported mail back on a server", nullptr},
     Command{"verify", "<archive> [--deep]", "Check that the archive still stands as it says",
-            nullptr},
+            verify},
     Command{"seal", "<archive>", "Write a seal now", sealCommand},
     Command{"schedule",
             "<archive> [--every hourly|daily|weekly] [--at HH:MM] [--weekday 1-7] [--off] "

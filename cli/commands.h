@@ -48,6 +48,7 @@ int sealCommand(const Arguments& arguments, Console& console);
 int detect(const Arguments& arguments, Console& console);
 int bench(const Arguments& arguments, Console& console);
 int timestamp(const Arguments& arguments, Console& console);
+int verify(const Arguments& arguments, Console& console);
 
 // What commands share.
 
