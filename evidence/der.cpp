@@ -167,7 +167,8 @@ std::optional<Date> generalizedTime(const Element& of, BytesView in) {
   text.remove_suffix(1);
   const std::string_view whole = text.substr(0, kWholeSeconds);
   std::string_view fraction = text.substr(kWholeSeconds);
-  if (!areDigits(whole)) return std::nullopt;
+  // There is no year 0, and a seal that named it could not be read again.
+  if (!areDigits(whole) || whole.starts_with("0000")) return std::nullopt;
   double part = 0;
   if (!fraction.empty()) {
     if (fraction.front() != '.' || fraction.size() < 2) return std::nullopt;

@@ -46,8 +46,9 @@ std::optional<std::string> TimestampDefaults::authority() {
 
 std::vector<std::string> timestampAuthorities(const std::optional<std::string>& setting) {
   if (setting == "none") return {};
+  const std::string list = setting.value_or("");
   std::vector<std::string> urls;
-  for (const std::string_view part : split(setting.value_or(""), ',')) {
+  for (const std::string_view part : split(list, ',')) {
     if (const std::string_view url = trim(part); isUrlText(url)) urls.emplace_back(url);
   }
   return urls.empty() ? TimestampDefaults::authorities() : urls;
