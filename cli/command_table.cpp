@@ -88,7 +88,7 @@ constexpr std::array kCommands = {
     Command{"bench", "<archive> [--messages 100000] [--accounts 3]",
             "Measure an archive of synthetic mail", bench, false},
     Command{"gaps", "<archive> [--quiet-days 3] [--limit 20]",
-            "Look for mail the archive should hold and does not", nullptr},
+            "Look for mail the archive should hold and does not", gaps},
     Command{"control",
             "<archive> --by <name> [--role <role>] [--note <text>] [--pdf <file or folder>] "
             "[--language de|en|fr|it|es]",

@@ -49,6 +49,7 @@ int detect(const Arguments& arguments, Console& console);
 int bench(const Arguments& arguments, Console& console);
 int timestamp(const Arguments& arguments, Console& console);
 int verify(const Arguments& arguments, Console& console);
+int gaps(const Arguments& arguments, Console& console);
 
 // What commands share.
 

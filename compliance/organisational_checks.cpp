@@ -6,6 +6,7 @@
 
 #include "base/calendar.h"
 #include "base/text.h"
+#include "compliance/check_names.h"
 #include "evidence/sync_schedule.h"
 
 namespace ambervane {
@@ -67,7 +68,6 @@ std::optional<LocalizedMessage> timestampRemedy(MailArchive& archive,
 }
 
 ComplianceCheck timestamps(MailArchive& archive) {
-  constexpr const char* kName = "Trusted timestamps on seals";
   const auto seals = archive.sealer().allSeals();
   const auto count = static_cast<std::int64_t>(seals.size());
   const auto missing = static_cast<std::int64_t>(std::ranges::count_if(
@@ -78,20 +78,22 @@ ComplianceCheck timestamps(MailArchive& archive) {
       const std::string issuer = seal.timestampAuthority.value_or("");
       if (std::ranges::find(issuers, issuer) == issuers.end()) issuers.push_back(issuer);
     }
-    return passed(kName, Finding::TimestampsOnAllSeals{count, join(issuers, ", ")});
+    return passed(check_names::kTimestamps,
+                  Finding::TimestampsOnAllSeals{count, join(issuers, ", ")});
   }
   const auto failure = lastFailure(seals);
   auto remedy = timestampRemedy(archive, failure);
-  if (count == 0) return outstanding(kName, Finding::Fixed::noSealYet, std::move(remedy));
-  return outstanding(kName, Finding::TimestampsMissing{missing, count, failure}, std::move(remedy));
+  if (count == 0)
+    return outstanding(check_names::kTimestamps, Finding::Fixed::noSealYet, std::move(remedy));
+  return outstanding(check_names::kTimestamps, Finding::TimestampsMissing{missing, count, failure},
+                     std::move(remedy));
 }
 
 ComplianceCheck capture(MailArchive& archive) {
-  constexpr const char* kName = "Continuous capture";
   const auto setting = recorded(archive, settings::kSyncSchedule);
   const auto schedule = setting ? SyncSchedule::fromJson(*setting) : std::nullopt;
   if (!schedule || !schedule->enabled) {
-    return outstanding(kName, Finding::Fixed::captureManualOnly,
+    return outstanding(check_names::kCapture, Finding::Fixed::captureManualOnly,
                        LocalizedMessage{"Switch on automatic collection: ambervane schedule "
                                         "<archive> --every daily --at 03:00",
                                         {}});
@@ -99,10 +101,10 @@ ComplianceCheck capture(MailArchive& archive) {
   const auto success = recordedDate(archive, settings::kLastScheduledSuccess);
   const auto when = [&] { return formatDate(*success, "yyyy-MM-dd HH:mm") + " UTC"; };
   if (success && archive.now().seconds - success->seconds < schedule->staleAfter()) {
-    return passed(kName, Finding::CaptureScheduled{schedule->summary(), when()});
+    return passed(check_names::kCapture, Finding::CaptureScheduled{schedule->summary(), when()});
   }
   return outstanding(
-      kName,
+      check_names::kCapture,
       Finding::CaptureScheduledButStale{schedule->summary(),
                                         success ? std::optional(when()) : std::nullopt,
                                         recorded(archive, settings::kLastScheduledFailure)},
@@ -110,14 +112,14 @@ ComplianceCheck capture(MailArchive& archive) {
 }
 
 ComplianceCheck publisher(const CodeSignature& signature) {
-  constexpr const char* kName = "Publisher identity";
   const bool isNamed = signature.isValid && !signature.isAdHoc && signature.authority &&
                        signature.authority->starts_with(kNamedPublisher);
-  if (isNamed) return passed(kName, Finding::PublisherIdentified{signature.summary(), true});
+  if (isNamed)
+    return passed(check_names::kPublisher, Finding::PublisherIdentified{signature.summary(), true});
   const std::string why =
       signature.isValid ? signature.summary() : "unsigned or the signature does not verify";
   return outstanding(
-      kName, Finding::PublisherAnonymous{why},
+      check_names::kPublisher, Finding::PublisherAnonymous{why},
       LocalizedMessage{"Use a build signed with a Developer ID certificate and notarised by Apple. "
                        "A development or ad-hoc build is fine for testing and is not something to "
                        "hand an auditor.",
@@ -125,24 +127,22 @@ ComplianceCheck publisher(const CodeSignature& signature) {
 }
 
 ComplianceCheck secondCopy(MailArchive& archive) {
-  constexpr const char* kName = "Second copy recorded";
   if (auto location = recorded(archive, settings::kSecondCopy)) {
-    return passed(kName, Finding::SecondCopyRecorded{*std::move(location)});
+    return passed(check_names::kSecondCopy, Finding::SecondCopyRecorded{*std::move(location)});
   }
   return outstanding(
-      kName, Finding::Fixed::secondCopyMissing,
+      check_names::kSecondCopy, Finding::Fixed::secondCopyMissing,
       LocalizedMessage{"Keep a copy on separate media or off site, test restoring it, and record "
                        "where it lives: ambervane policy <archive> --second-copy <description>",
                        {}});
 }
 
 ComplianceCheck procedure(MailArchive& archive) {
-  constexpr const char* kName = "Verfahrensdokumentation";
   if (auto reference = recorded(archive, settings::kProcedure)) {
-    return passed(kName, Finding::ProcedureRecorded{*std::move(reference)});
+    return passed(check_names::kProcedure, Finding::ProcedureRecorded{*std::move(reference)});
   }
   return outstanding(
-      kName, Finding::Fixed::procedureMissing,
+      check_names::kProcedure, Finding::Fixed::procedureMissing,
       LocalizedMessage{"Save the template (Retention Policy ▸ Organisation, or ambervane "
                        "procedure-template <file>), fill it in, keep it with the archive, and "
                        "record where it is: ambervane policy <archive> --procedure <path or "
@@ -151,16 +151,15 @@ ComplianceCheck procedure(MailArchive& archive) {
 }
 
 ComplianceCheck control(MailArchive& archive) {
-  constexpr const char* kName = "Periodic control";
   const auto at = recordedDate(archive, settings::kLastControlAt);
   std::string by = recorded(archive, settings::kLastControlBy).value_or("?");
   const std::string when = at ? formatDate(*at, "yyyy-MM-dd") : std::string();
   if (at && archive.now().seconds - at->seconds < kControlYear) {
-    return passed(kName, Finding::LastControl{when, std::move(by)});
+    return passed(check_names::kControl, Finding::LastControl{when, std::move(by)});
   }
   const LocalizedMessage remedy{"Run and record one: ambervane control <archive> --by <name>", {}};
-  if (!at) return outstanding(kName, Finding::Fixed::neverControlled, remedy);
-  return outstanding(kName, Finding::ControlOverdue{when, std::move(by)}, remedy);
+  if (!at) return outstanding(check_names::kControl, Finding::Fixed::neverControlled, remedy);
+  return outstanding(check_names::kControl, Finding::ControlOverdue{when, std::move(by)}, remedy);
 }
 
 ComplianceCheck underArticle(const char* authority, ComplianceCheck check) {

@@ -11,6 +11,7 @@
 #include "base/ed25519.h"
 #include "base/file.h"
 #include "base/text.h"
+#include "compliance/check_names.h"
 #include "compliance/holdings.h"
 #include "compliance/journal_record.h"
 #include "compliance/organisational_checks.h"
@@ -37,21 +38,21 @@ class Verification {
       : archive_(archive), db_(archive.catalog().database()), options_(options) {}
 
   ComplianceReport run() {
-    guarded("Message provenance", [this] { checkProvenance(); });
+    guarded(check_names::kProvenance, [this] { checkProvenance(); });
     checkChain();
     checkSeals();
     checkKeyContinuity();
     readJournal();
     checkSealCurrency();
-    guarded("Sealed pack digests", [this] { checkPackDigests(); });
-    guarded("Write protection on sealed packs", [this] { checkWriteProtection(); });
-    guarded("Organisational duties", [this] { checkOrganisation(); });
-    if (options_.deep) guarded("Message content hashes", [this] { checkContent(); });
-    guarded("Content keys", [this] { checkKeys(); });
-    guarded("Catalog database", [this] { checkCatalog(); });
-    guarded("Searchable index", [this] { checkIndex(); });
-    guarded("Holdings against the journal", [this] { checkHoldings(); });
-    guarded("Figures", [this] { addFigures(); });
+    guarded(check_names::kPackDigests, [this] { checkPackDigests(); });
+    guarded(check_names::kWriteProtection, [this] { checkWriteProtection(); });
+    guarded(check_names::kOrganisation, [this] { checkOrganisation(); });
+    if (options_.deep) guarded(check_names::kContent, [this] { checkContent(); });
+    guarded(check_names::kContentKeys, [this] { checkKeys(); });
+    guarded(check_names::kCatalog, [this] { checkCatalog(); });
+    guarded(check_names::kIndex, [this] { checkIndex(); });
+    guarded(check_names::kHoldings, [this] { checkHoldings(); });
+    guarded(check_names::kFigures, [this] { addFigures(); });
     record();
     return std::move(report_);
   }
@@ -128,13 +129,12 @@ class Verification {
 };
 
 void Verification::checkProvenance() {
-  constexpr const char* kName = "Message provenance";
   enter("Counting the messages");
   const std::int64_t total = db_.count("SELECT COUNT(*) FROM message");
   const std::int64_t reconstructed =
       db_.count("SELECT COUNT(*) FROM message WHERE origin = 'reconstructed'");
   if (reconstructed == 0) {
-    pass(kName, Finding::AllMessagesAsReceived{total});
+    pass(check_names::kProvenance, Finding::AllMessagesAsReceived{total});
     return;
   }
   std::vector<std::string> sources;
@@ -143,7 +143,7 @@ void Verification::checkProvenance() {
            "AND origin_source <> '' ORDER BY origin_source")) {
     sources.push_back(row.string("source"));
   }
-  pass(kName,
+  pass(check_names::kProvenance,
        Finding::SomeMessagesReconstructed{
            reconstructed, total, sources.empty() ? "another mail store" : join(sources, ", ")});
 }
@@ -152,24 +152,23 @@ void Verification::checkChain() {
   enter("Verifying the audit chain");
   const VerificationResult result = archive_.journal().verify();
   chainIsSound_ = result.ok;
-  add("Audit chain", result.ok ? Outcome::passed : Outcome::failed, result.finding->value());
+  add(check_names::kChain, result.ok ? Outcome::passed : Outcome::failed, result.finding->value());
 }
 
 void Verification::checkSeals() {
-  constexpr const char* kName = "Chain seals";
   enter("Checking the seals");
   seals_ = archive_.sealer().allSeals();
   if (seals_.empty()) {
-    fail(kName, Finding::Fixed::noSealYet);
+    fail(check_names::kSeals, Finding::Fixed::noSealYet);
     return;
   }
   badSeals_ =
       std::ranges::count_if(seals_, [](const ChainSeal& seal) { return !Sealer::verify(seal); });
   const auto count = static_cast<std::int64_t>(seals_.size());
   if (badSeals_ > 0) {
-    fail(kName, Finding::SealsFailVerification{badSeals_, count});
+    fail(check_names::kSeals, Finding::SealsFailVerification{badSeals_, count});
   } else {
-    pass(kName, Finding::SealsVerify{count, seals_.back().entryCount});
+    pass(check_names::kSeals, Finding::SealsVerify{count, seals_.back().entryCount});
   }
 }
 
@@ -194,7 +193,7 @@ void Verification::checkKeyContinuity() {
   const bool wasRotated =
       !history.empty() && publicKey_ && std::ranges::find(history, *publicKey_) == history.end();
   if (history.size() <= 1 && !wasRotated) return;
-  add("Signing key continuity", badSeals_ > 0 ? Outcome::failed : Outcome::passed,
+  add(check_names::kKeyContinuity, badSeals_ > 0 ? Outcome::failed : Outcome::passed,
       Finding::SigningKeys{static_cast<std::int64_t>(history.size()),
                            static_cast<std::int64_t>(seals_.size())});
 }
@@ -206,24 +205,22 @@ void Verification::readJournal() {
 }
 
 void Verification::checkSealCurrency() {
-  constexpr const char* kName = "Seal currency";
   if (seals_.empty() || !chainIsSound_) return;
   const ChainSeal& latest = seals_.back();
   const std::int64_t added = archive_.journal().count() - latest.entryCount;
   if (added < kSealReach && journal_->wantedHash() == latest.chainHead) {
-    pass(kName, Finding::SealAnchored{latest.entryCount, added});
+    pass(check_names::kSealCurrency, Finding::SealAnchored{latest.entryCount, added});
   } else {
-    fail(kName, Finding::SealNotAnchored{latest.entryCount});
+    fail(check_names::kSealCurrency, Finding::SealNotAnchored{latest.entryCount});
   }
 }
 
 void Verification::checkPackDigests() {
-  constexpr const char* kName = "Sealed pack digests";
   enter("Re-hashing pack files");
   auto packs = archive_.catalog().packs();
   std::erase_if(packs, [](const PackRow& pack) { return !pack.sha256; });
   if (packs.empty()) {
-    pass(kName, Finding::Fixed::noPackSealedYet);
+    pass(check_names::kPackDigests, Finding::Fixed::noPackSealedYet);
     return;
   }
   // One reader cannot keep a fast disk busy; a few at a time, begun in order, can.
@@ -251,14 +248,13 @@ void Verification::checkPackDigests() {
     running.pop_front();
   }
   if (changed.empty()) {
-    pass(kName, Finding::Fixed::packDigestsMatch);
+    pass(check_names::kPackDigests, Finding::Fixed::packDigestsMatch);
   } else {
-    fail(kName, Finding::PackDigestFailures{join(changed, "; ")});
+    fail(check_names::kPackDigests, Finding::PackDigestFailures{join(changed, "; ")});
   }
 }
 
 void Verification::checkWriteProtection() {
-  constexpr const char* kName = "Write protection on sealed packs";
   if (!archive_.policy().wormEnforcement) return;
   std::int64_t sealed = 0;
   std::int64_t writable = 0;
@@ -267,9 +263,10 @@ void Verification::checkWriteProtection() {
     ++sealed;
     if (!isImmutable(archive_.packs().packURL(pack.id))) ++writable;
   }
-  ComplianceCheck& check = sealed == 0     ? pass(kName, Finding::Fixed::noPackSealedYet)
-                           : writable == 0 ? pass(kName, Finding::PacksImmutable{sealed})
-                                           : fail(kName, Finding::PacksWritable{writable});
+  ComplianceCheck& check =
+      sealed == 0     ? pass(check_names::kWriteProtection, Finding::Fixed::noPackSealedYet)
+      : writable == 0 ? pass(check_names::kWriteProtection, Finding::PacksImmutable{sealed})
+                      : fail(check_names::kWriteProtection, Finding::PacksWritable{writable});
   check.authority = "GeBüV Art. 9 Abs. 1 lit. a";
 }
 
@@ -281,7 +278,6 @@ void Verification::checkOrganisation() {
 }
 
 void Verification::checkContent() {
-  constexpr const char* kName = "Message content hashes";
   enter("Re-reading and re-hashing every message");
   progress_.total = db_.count("SELECT COUNT(*) FROM message WHERE erased = 0");
   progress_.indeterminate = false;
@@ -302,10 +298,11 @@ void Verification::checkContent() {
   if (stopped) throw Cancelled{};
   misdated_ = std::move(result.misdated);
   if (result.failures > 0) {
-    fail(kName, Finding::MessagesFailedRehash{result.failures, result.checked});
+    fail(check_names::kContent, Finding::MessagesFailedRehash{result.failures, result.checked});
   } else {
-    pass(kName, Finding::MessagesRehashed{
-                    result.checked, db_.count("SELECT COUNT(*) FROM blob WHERE refcount > 1")});
+    pass(check_names::kContent,
+         Finding::MessagesRehashed{result.checked,
+                                   db_.count("SELECT COUNT(*) FROM blob WHERE refcount > 1")});
   }
 }
 
@@ -313,16 +310,16 @@ void Verification::checkKeys() {
   if (archive_.policy().cryptoShreddingEnabled) {
     enter("Checking the content keys");
     if (archive_.keys().verifyMasterKey()) {
-      pass("Content keys", Finding::Fixed::contentKeysOpen);
+      pass(check_names::kContentKeys, Finding::Fixed::contentKeysOpen);
     } else {
-      fail("Content keys", Finding::Fixed::contentKeysBroken);
+      fail(check_names::kContentKeys, Finding::Fixed::contentKeysBroken);
     }
   }
   if (isUnder(ComplianceRegime::euGDPR)) {
     if (archive_.policy().cryptoShreddingEnabled) {
-      pass("Erasure capability", Finding::ErasurePossible{archive_.keys().erasureCount()});
+      pass(check_names::kErasure, Finding::ErasurePossible{archive_.keys().erasureCount()});
     } else {
-      fail("Erasure capability", Finding::Fixed::erasureImpossible);
+      fail(check_names::kErasure, Finding::Fixed::erasureImpossible);
     }
   }
 }
@@ -338,41 +335,39 @@ bool Verification::isRecoverable() {
 
 void Verification::checkCatalog() {
   if (isUnder(ComplianceRegime::secRule17a4)) {
-    constexpr const char* kName = "Duplicate copy (SEC 17a-4(f)(3)(iii))";
     const auto path = archive_.catalog().meta(settings::kDuplicateCopy);
     if (path && !path->empty()) {
-      pass(kName, Finding::DuplicateCopyConfigured{*path});
+      pass(check_names::kDuplicateCopy, Finding::DuplicateCopyConfigured{*path});
     } else {
-      fail(kName, Finding::Fixed::duplicateCopyMissing);
+      fail(check_names::kDuplicateCopy, Finding::Fixed::duplicateCopyMissing);
     }
   }
   enter("Checking the catalog database");
   const auto [isSound, detail] = db_.integrityCheck(!options_.deep);
   const std::string fileSystem = fileSystemName(db_.path());
-  add("Catalog database", isSound ? Outcome::passed : Outcome::failed,
+  add(check_names::kCatalog, isSound ? Outcome::passed : Outcome::failed,
       Finding::CatalogDatabase{isSound ? std::string(Finding::databaseConsistent) : detail,
                                fileSystem, isRecoverable()});
-  if (isNetworkVolume(db_.path())) fail("Storage location", Finding::NetworkVolume{fileSystem});
+  if (isNetworkVolume(db_.path())) fail(check_names::kStorage, Finding::NetworkVolume{fileSystem});
 }
 
 void Verification::checkIndex() {
-  constexpr const char* kName = "Searchable index";
   if (archive_.catalog().supportsFTS()) {
-    pass(kName, Finding::IndexCovers{db_.count("SELECT COUNT(*) FROM message WHERE erased = 0"),
-                                     archive_.policy().cryptoShreddingEnabled});
+    pass(check_names::kIndex,
+         Finding::IndexCovers{db_.count("SELECT COUNT(*) FROM message WHERE erased = 0"),
+                              archive_.policy().cryptoShreddingEnabled});
   } else {
-    fail(kName, Finding::Fixed::indexUnavailable);
+    fail(check_names::kIndex, Finding::Fixed::indexUnavailable);
   }
 }
 
 void Verification::checkHoldings() {
-  constexpr const char* kName = "Holdings against the journal";
   enter("Comparing the holdings with the journal");
   HoldingsResult result = compareHoldings(archive_, *journal_, misdated_);
   if (result.faults.empty()) {
-    pass(kName, Finding::Verbatim({std::move(result.agreement)}));
+    pass(check_names::kHoldings, Finding::Verbatim({std::move(result.agreement)}));
   } else {
-    fail(kName, Finding::Verbatim(std::move(result.faults)));
+    fail(check_names::kHoldings, Finding::Verbatim(std::move(result.faults)));
   }
 }
 

@@ -4,20 +4,15 @@
 #include <sstream>
 
 #include "base/digest.h"
-#include "base/file.h"
 #include "cli/commands.h"
 #include "tests/support/http_server.h"
 #include "tests/support/openssl_authority.h"
-#include "tests/support/scratch_folder.h"
 
 namespace ambervane {
 namespace {
 
 using testing::HasSubstr;
 using testing::MatchesRegex;
-
-constexpr const char* kDigestOfProbe =
-    "7cd14c0bd9d570ad8704533e94759177cad879f1ee9302fdd2125cbcf1bd8b73";
 
 /// What a command printed: its results when it succeeded, else its one line of failure.
 std::string run(const std::vector<std::string>& words) {
@@ -35,7 +30,7 @@ class Timestamps : public testing::Test {
   }
   Bytes answer(BytesView request) const {
     Bytes reply = openssl_.answer(request);
-    const std::size_t time = reply.find(Bytes("\x18\x0f\x32\x30"));
+    const std::size_t time = reply.find("\x18\x0f\x32\x30");
     if (hidesTime_ && time != Bytes::npos) reply[time + 16] = '?';
     return reply;
   }
@@ -49,29 +44,29 @@ class Timestamps : public testing::Test {
 };
 
 TEST_F(Timestamps, theCommandTriesAnAuthority) {
+  const auto runWith = [this](std::vector<std::string> words) {
+    words.insert(words.begin(), {"timestamp", "--url", server_.url()});
+    return run(words);
+  };
+  const std::string request = at("my request");
   const std::string head =
-      std::string("Digest    : ") + kDigestOfProbe + "\nAuthority : " + server_.url() + "\n";
+      "Digest    : 7cd14c0bd9d570ad8704533e94759177cad879f1ee9302fdd2125cbcf1bd8b73\n"
+      "Authority : " +
+      server_.url() + "\n";
   const std::string stamped =
+      head +
       "Stated at : 20..-..-..T..:..:..Z\nToken     : [0-9]+ base64 characters\n"
       "The authority stamped the digest that was sent.\n";
-  EXPECT_THAT(run({"timestamp", "--url", server_.url()}), MatchesRegex(head + stamped));
-
-  const std::string request = at("my request");
-  EXPECT_EQ(run({"timestamp", "--url", server_.url(), "--write-request", request}),
-            head + "Request   : " + std::to_string(readFile(request).size()) +
-                " bytes written to " + request +
-                "\n            curl -s -H 'Content-Type: application/timestamp-query' \\\n"
-                "                 --data-binary @'" +
-                request + "' " + server_.url() + " -o reply.tsr\n");
+  EXPECT_THAT(runWith({}), MatchesRegex(stamped));
+  EXPECT_THAT(runWith({"--write-request", request}),
+              MatchesRegex(head + "Request   : [67][0-9] bytes written to " + request +
+                           "\n            curl -s -H 'Content-Type: application/timestamp-query' "
+                           "\\\\\n                 --data-binary @'" +
+                           request + "' " + server_.url() + " -o reply.tsr\n"));
   writeFileAtomically(folder_ / "reply", answer(readFile(request)));
-  const std::vector<std::string> parse = {"timestamp", "--url", server_.url(), "--parse-reply",
-                                          at("reply")};
-  EXPECT_THAT(run(parse), MatchesRegex(head + stamped));
-  std::vector<std::string> other = parse;
-  other.insert(other.end(), {"--data", "another text"});
-  EXPECT_THAT(run(other), HasSubstr("error: The authority timestamped a different digest"));
-  EXPECT_EQ(run({"timestamp", "--url"}),
-            "error: usage: ambervane timestamp --url <tsa> [--data <text>]\n");
+  EXPECT_THAT(runWith({"--parse-reply", at("reply")}), MatchesRegex(stamped));
+  EXPECT_THAT(runWith({"--parse-reply", at("reply"), "--data", "another text"}),
+              HasSubstr("error: The authority timestamped a different digest"));
 }
 
 TEST_F(Timestamps, sealsCarryTheTokenOfTheirArchivesAuthority) {
@@ -80,31 +75,24 @@ TEST_F(Timestamps, sealsCarryTheTokenOfTheirArchivesAuthority) {
     MailArchive(at("a"), OpenMode::readWrite).catalog().setMeta("timestamp_authority", setting);
     return run({"seal", at("a")});
   };
-  EXPECT_THAT(seal(server_.url() + ", http://127.0.0.1:1/"),
+  const std::string nobody = "http://127.0.0.1:1/";
+  EXPECT_THAT(seal(server_.url() + ", " + nobody),
               MatchesRegex("Asking " + server_.url() +
                            " for a timestamp…\nSeal 2 (.|\n)*\n  timestamp  20.*Z by 127.0.0.1\n"
                            "             this time comes from the authority, not from this "
                            "machine's clock\n"));
   hidesTime_ = true;
-  // One that cannot be reached is left for the next, whose token stands without its time.
-  EXPECT_THAT(seal("http://127.0.0.1:1/," + server_.url()),
+  EXPECT_THAT(seal(nobody + "," + server_.url()),
               HasSubstr("\n  timestamp  not stated by 127.0.0.1\n"));
-  EXPECT_THAT(seal("http://127.0.0.1:1/"),
-              HasSubstr("\n  timestamp  none — 127.0.0.1: Could not reach the time-stamping "
-                        "authority: "));
-  EXPECT_THAT(seal("none"),
-              HasSubstr("\n  timestamp  none — no authority is configured for this archive\n"));
+  EXPECT_THAT(seal(nobody), HasSubstr("\n  timestamp  none — 127.0.0.1: Could not reach the "));
 
   MailArchive archive(at("a"), OpenMode::readOnly);
   const auto seals = archive.sealer().allSeals();
-  ASSERT_EQ(seals.size(), 5U);
+  ASSERT_EQ(seals.size(), 4U);
   for (const ChainSeal& written : seals) EXPECT_TRUE(Sealer::verify(written));
-  EXPECT_TRUE(openssl_.verifies(seals[1].timestampToken.value(),
+  EXPECT_TRUE(openssl_.verifies(base64DecodeStrict(*seals[1].timestampToken).value(),
                                 sha256(base64DecodeStrict(seals[1].signature).value())));
-  EXPECT_TRUE(seals[1].timestampedAt && !seals[1].timestampFailure);
   EXPECT_TRUE(seals[2].timestampToken && !seals[2].timestampedAt && !seals[2].timestampFailure);
-  EXPECT_TRUE(seals[3].timestampFailure && !seals[3].timestampToken);
-  EXPECT_TRUE(!seals[4].timestampFailure && !seals[4].timestampToken);
 }
 
 }  // namespace

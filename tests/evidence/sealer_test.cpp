@@ -5,7 +5,6 @@
 #include <cerrno>
 
 #include "base/bytes.h"
-#include "base/digest.h"
 #include "base/file.h"
 #include "platform/immutable_flag.h"
 #include "tests/support/file_faults.h"
@@ -156,31 +155,6 @@ TEST_F(SealerTest, editedSealsDoNotVerify) {
     EXPECT_EQ(Sealer::verify(seal), c.verifies);
   }
   EXPECT_FALSE(Sealer::verify(good, otherKey));
-}
-
-TEST_F(SealerTest, anUnreachableAuthorityIsNamedInTheSealAndStopsNothing) {
-  UnreachableAuthorities unreachable;
-  Bytes sent;
-  TimestampEnvironment timestamps;
-  timestamps.unreachable = &unreachable;
-  timestamps.exchange.post = [&](const HttpRequest& asked) -> HttpReply {
-    sent = asked.body;
-    throw HttpError(HttpError::TimedOut{});
-  };
-  Sealer sealer(key_, seals_, systemNow, true, timestamps);
-  sealer.setTimestampAuthorities({"http://tsa.example/", "elsewhere"});
-  EXPECT_EQ(sealer.timestampAuthority(), "http://tsa.example/");
-  sealer.setTimestampAuthority("http://one.example:1/");
-  EXPECT_EQ(sealer.timestampAuthorities(), std::vector<std::string>{"http://one.example:1/"});
-  const ChainSeal seal = sealer.seal(kHead, 1, 1);
-  EXPECT_EQ(seal.timestampFailure,
-            "one.example: Could not reach the time-stamping authority: 10 seconds");
-  EXPECT_NE(sent.find(sha256(*base64DecodeStrict(seal.signature))), Bytes::npos);
-  EXPECT_TRUE(Sealer::verify(seal));
-  EXPECT_EQ(sealer.latestSeal(), seal);
-  sealer.setTimestampAuthority(std::nullopt);
-  EXPECT_EQ(sealer.timestampAuthority(), std::nullopt);
-  EXPECT_EQ(sealer.seal(kHead, 2, 1).timestampFailure, std::nullopt);
 }
 
 TEST_F(SealerTest, failingDiskLeavesNoHalfSeal) {

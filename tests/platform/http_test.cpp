@@ -11,14 +11,14 @@ namespace {
 
 using Connection = HttpServer::Connection;
 
-/// The body, or why there is none.
-std::string outcome(const std::string& url, std::size_t maxReplyBytes = 1000) {
+/// Status and body, or why there are none.
+std::string outcome(const std::string& url) {
   try {
     const HttpReply reply = httpPost({.url = url,
                                       .headers = {"Content-Type: text/x-question"},
-                                      .body = Bytes("a\0b", 3),
+                                      .body = "question",
                                       .timeoutSeconds = 0.4,
-                                      .maxReplyBytes = maxReplyBytes});
+                                      .maxReplyBytes = 1000});
     return std::to_string(reply.status) + " " + reply.body;
   } catch (const HttpError& error) {
     return error.what();
@@ -26,52 +26,45 @@ std::string outcome(const std::string& url, std::size_t maxReplyBytes = 1000) {
 }
 
 TEST(HttpPost, servers) {
+  static const Bytes kFiller = "X-Filler: " + Bytes(500, 'x') + "\r\n";
   static const struct {
     const char* name;
     HttpServer::Handler handler;
-    std::string outcome;
+    const char* outcome;
   } kCases[] = {
       {"answers",
        [](const Connection& c) {
-         EXPECT_TRUE(c.head.starts_with("POST /tsr HTTP/1.1\r\n"));
-         EXPECT_NE(c.head.find("\r\nContent-Type: text/x-question"), std::string::npos);
+         EXPECT_TRUE(c.head.starts_with("POST /tsr HTTP/1.1\r\n")) << c.head;
+         EXPECT_NE(c.head.find("\r\nContent-Type: text/x-question\r\n"), std::string::npos);
          c.reply("200 OK", c.body);
        },
-       "200 " + Bytes("a\0b", 3)},
+       "200 question"},
       {"error", [](const Connection& c) { c.reply("503 Busy", "later"); }, "503 later"},
       {"moved",
        [](const Connection& c) {
-         const bool first = c.head.starts_with("POST /tsr ");
-         EXPECT_TRUE(c.head.starts_with("POST"));
-         c.reply(first ? "301 Moved" : "200 OK", c.body, first ? "Location: /new\r\n" : "");
+         const bool there = c.head.starts_with("POST /new ");
+         c.reply(there ? "200 OK" : "301 Moved", c.body, there ? "" : "Location: /new\r\n");
        },
-       "200 " + Bytes("a\0b", 3)},
+       "200 question"},
       {"redirectLoop", [](const Connection& c) { c.reply("302 Found", "", "Location: /tsr\r\n"); },
        "Maximum (3) redirects followed"},
       {"redirectToFile",
        [](const Connection& c) { c.reply("302 Found", "", "Location: file:///etc/passwd\r\n"); },
        "Protocol \"file\" not supported or disabled in libcurl"},
-      {"silence", [](const Connection& c) { c.wait(); }, "No reply came in time"},
+      {"silence", [](const Connection& c) { c.wait(5000); }, "No reply came in time"},
       {"trickle",
        [](const Connection& c) {
-         c.send("HTTP/1.1 200 OK\r\n\r\n");
-         for (int i = 0; i < 50 && c.send("."); ++i) {
-           std::this_thread::sleep_for(std::chrono::milliseconds(50));
-         }
+         for (c.send("HTTP/1.1 200 OK\r\n\r\n"); c.send(".");) c.wait(50);
        },
        "No reply came in time"},
       {"endlessBody",
        [](const Connection& c) {
-         c.send("HTTP/1.1 200 OK\r\n\r\n");
-         while (c.send(Bytes(5000, 'x'))) {
-         }
+         for (c.send("HTTP/1.1 200 OK\r\n\r\n"); c.send(kFiller);) continue;
        },
        "The reply is larger than 1000 bytes"},
       {"endlessHeaders",
        [](const Connection& c) {
-         c.send("HTTP/1.1 200 OK\r\n");
-         while (c.send("X-Filler: " + Bytes(500, 'x') + "\r\n")) {
-         }
+         for (c.send("HTTP/1.1 200 OK\r\n"); c.send(kFiller);) continue;
        },
        "The reply is larger than 1000 bytes"},
       {"hangsUp", [](const Connection&) {}, "Empty reply from server"},
@@ -81,26 +74,13 @@ TEST(HttpPost, servers) {
     const HttpServer server(c.handler);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(outcome(server.url()), c.outcome);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
   }
 }
 
 TEST(HttpPost, placesThatCannotBeAsked) {
-  for (const char* url : {"", "nohost", "http://", "file:///etc/passwd", "http://127.0.0.1:1/",
-                          "https://127.0.0.1:1/"}) {
-    SCOPED_TRACE(url);
-    const std::string words = outcome(url);
-    EXPECT_FALSE(words.empty() || words.starts_with("200")) << words;
-  }
-}
-
-TEST(UrlHost, hosts) {
-  static constexpr std::pair<const char*, const char*> kCases[] = {
-      {"http://user:pw@tsa.example:80/x?y#z", "tsa.example"},
-      {"https://[::1]:3/", "[::1]"},
-      {"tsa.example/x", ""},
-  };
-  for (const auto& [url, host] : kCases) EXPECT_EQ(urlHost(url), host) << url;
+  EXPECT_EQ(outcome("nohost"), "Bad scheme");
+  EXPECT_NE(outcome("file:///etc/hostname").find("not supported"), std::string::npos);
 }
 
 }  // namespace

@@ -6,10 +6,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <array>
 #include <atomic>
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -24,84 +22,69 @@ class HttpServer {
   /// One request, and the way back.
   struct Connection {
     FileHandle socket;
-    const std::atomic<bool>& stopped;
     std::string head;
     Bytes body;
 
     /// False when the client has gone.
     bool send(BytesView bytes) const {
-      return ::send(socket.descriptor(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
-             static_cast<ssize_t>(bytes.size());
+      return ::send(socket.descriptor(), bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0;
     }
     void reply(const std::string& status, BytesView content, const std::string& header = "") const {
       send("HTTP/1.1 " + status + "\r\nConnection: close\r\n" + header +
            "Content-Length: " + std::to_string(content.size()) + "\r\n\r\n" + Bytes(content));
     }
-    /// Waits until there is something to read or the client has gone.
-    bool wait() const {
+    /// Whether, within that time, there is something to read or the client goes.
+    bool wait(int milliseconds) const {
       pollfd ready{socket.descriptor(), POLLIN, 0};
-      for (int i = 0; i < 100 && !stopped; ++i) {
-        if (::poll(&ready, 1, 50) > 0) return true;
-      }
-      return false;
+      return ::poll(&ready, 1, milliseconds) > 0;
     }
   };
   using Handler = std::function<void(const Connection&)>;
 
-  explicit HttpServer(Handler handler)
-      : handler_(std::move(handler)), listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  explicit HttpServer(Handler handler) : handler_(std::move(handler)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     auto* const plain = reinterpret_cast<sockaddr*>(&address);
     socklen_t size = sizeof(address);
-    if (::bind(listener_.descriptor(), plain, size) != 0 ||
-        ::listen(listener_.descriptor(), 8) != 0 ||
-        ::getsockname(listener_.descriptor(), plain, &size) != 0) {
-      throw std::runtime_error("no loopback server");
-    }
-    port_ = ntohs(address.sin_port);
-    thread_ = std::thread([this] { serve(); });
+    ::bind(listener_.socket.descriptor(), plain, size);
+    ::listen(listener_.socket.descriptor(), 8);
+    ::getsockname(listener_.socket.descriptor(), plain, &size);
+    url_ = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/tsr";
+    thread_ = std::thread([this] {
+      while (!stopped_) {
+        if (listener_.wait(50)) serveOne();
+      }
+    });
   }
   ~HttpServer() {
     stopped_ = true;
     thread_.join();
   }
-  std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/tsr"; }
+  const std::string& url() const { return url_; }
 
  private:
-  void serve() {
-    pollfd ready{listener_.descriptor(), POLLIN, 0};
-    while (!stopped_) {
-      if (::poll(&ready, 1, 50) <= 0) continue;
-      Connection connection{
-          FileHandle(::accept4(ready.fd, nullptr, nullptr, SOCK_CLOEXEC)), stopped_, {}, {}};
-      const timeval limit{5, 0};
-      ::setsockopt(connection.socket.descriptor(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
-      if (read(connection)) handler_(connection);
-    }
-  }
-  static bool read(Connection& connection) {
+  void serveOne() const {
+    Connection client{
+        FileHandle(::accept(listener_.socket.descriptor(), nullptr, nullptr)), {}, {}};
+    const timeval limit{5, 0};
+    ::setsockopt(client.socket.descriptor(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
     std::string text;
-    std::array<char, 4096> buffer{};
-    while (connection.wait()) {
-      const ssize_t count = ::recv(connection.socket.descriptor(), buffer.data(), buffer.size(), 0);
-      if (count <= 0) return false;
-      text.append(buffer.data(), static_cast<std::size_t>(count));
+    char byte = 0;
+    while (client.wait(5000) && ::recv(client.socket.descriptor(), &byte, 1, 0) == 1) {
+      text.push_back(byte);
       const std::size_t end = text.find("\r\n\r\n");
-      const std::size_t length = text.find("Content-Length: ");
       if (end == std::string::npos) continue;
-      connection.head = text.substr(0, end);
-      connection.body = text.substr(end + 4);
-      if (length >= end || connection.body.size() >= std::stoul(text.substr(length + 16)))
-        return true;
+      if (text.size() - end - 4 < std::stoul(text.substr(text.find("Length: ") + 8))) continue;
+      client.head = text.substr(0, end);
+      client.body = text.substr(end + 4);
+      return handler_(client);
     }
-    return false;
   }
 
   Handler handler_;
-  FileHandle listener_;
-  int port_ = 0;
+  Connection listener_{FileHandle(::socket(AF_INET, SOCK_STREAM, 0)), {}, {}};
+  std::string url_;
   std::atomic<bool> stopped_{false};
   std::thread thread_;
 };

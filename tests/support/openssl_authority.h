@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "base/bytes.h"
 #include "base/file.h"
 #include "tests/support/scratch_folder.h"
 
@@ -14,12 +13,10 @@ namespace ambervane {
 class OpensslAuthority {
  public:
   OpensslAuthority() {
-    const std::string at = folder_.path().native() + "/";
-    writeFileAtomically(folder_ / "tsa.conf",
-                        "[tsa]\ndefault_tsa = own\n[own]\nserial = " + at +
-                            "serial\nsigner_cert = " + at + "tsa.pem\nsigner_key = " + at +
-                            "key.pem\nsigner_digest = sha256\ndefault_policy = 1.2.3.4.1\n"
-                            "digests = sha256\naccuracy = secs:1\ness_cert_id_alg = sha256\n");
+    writeFileAtomically(folder_ / "conf",
+                        "[tsa]\ndefault_tsa = own\n[own]\nserial = serial\nsigner_cert = tsa.pem\n"
+                        "signer_key = key.pem\nsigner_digest = sha256\ndigests = sha256\n"
+                        "default_policy = 1.2.3.4.1\ness_cert_id_alg = sha256\n");
     works_ =
         run("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout key.pem "
             "-out tsa.pem -days 2 -subj /CN=tsa.example "
@@ -30,12 +27,12 @@ class OpensslAuthority {
   /// The TimeStampResp to a TimeStampReq.
   Bytes answer(BytesView request) const {
     writeFileAtomically(folder_ / "request", request);
-    const bool made = run("ts -reply -config tsa.conf -queryfile request -out reply");
+    const bool made = run("ts -reply -config conf -queryfile request -out reply");
     return made ? readFile(folder_ / "reply") : Bytes();
   }
-  /// Whether openssl takes a token (base64) for a stamp of this authority over `digest`.
-  bool verifies(const std::string& token, BytesView digest) const {
-    writeFileAtomically(folder_ / "token", base64DecodeStrict(token).value_or(""));
+  /// Whether openssl takes `token` for a stamp of this authority over `digest`.
+  bool verifies(BytesView token, BytesView digest) const {
+    writeFileAtomically(folder_ / "token", token);
     return run("ts -verify -token_in -in token -CAfile tsa.pem -digest " + hexEncode(digest));
   }
 
