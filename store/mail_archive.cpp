@@ -11,6 +11,7 @@
 #include "base/file.h"
 #include "base/text.h"
 #include "doctext/document_helper.h"
+#include "evidence/timestamp_defaults.h"
 #include "platform/code_signature.h"
 #include "platform/host.h"
 #include "platform/immutable_flag.h"
@@ -178,7 +179,8 @@ void MailArchive::openParts() {
       journalPath, AuditJournal::defaultActor, journals,
       environment_.journalLock ? environment_.journalLock : systemFileLock, environment_.clock);
   sealer_ = std::make_unique<Sealer>(url_ / "keys" / "seal.key", url_ / "chain" / "seals",
-                                     environment_.clock, !readOnly_);
+                                     environment_.clock, !readOnly_, environment_.timestamps);
+  sealer_->setTimestampAuthorities(timestampAuthorities(catalog_->meta("timestamp_authority")));
   if (!readOnly_) keys();
   dictionaries_ = std::make_unique<DictionaryKeeper>(*catalog_, url_ / "dict",
                                                      manifest_.dictionaryTrainingSample);

@@ -35,6 +35,7 @@ struct ArchiveEnvironment {
   Clock clock = systemNow;
   LockFunction archiveLock;  ///< empty: the system's flock
   LockFunction journalLock;  ///< empty: the system's flock
+  TimestampEnvironment timestamps = {};
 };
 
 /// Whether a writable opening wants what the medium may refuse.
