@@ -67,6 +67,10 @@ std::filesystem::path standardizedPath(const std::string& text);
 std::unique_ptr<MailArchive> openArchive(const Arguments& arguments, Console& console,
                                          OpenMode mode);
 
+/// Says on `err` when the texts of attachments are to be indexed and the program that reads PDF and
+/// office documents is not installed.
+void noteMissingDocumentHelper(const MailArchive& archive, Console& console);
+
 /// The message a word names: a row by its number, else by its digest. Throws CLIError.
 MessageRow findMessage(MailArchive& archive, const std::string& word);
 

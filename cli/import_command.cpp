@@ -115,6 +115,7 @@ int importSource(const Arguments& arguments, Console& console) {
               << "\n"
               << std::flush;
 
+  noteMissingDocumentHelper(*archive, console);
   const InterruptGuard guard;
   IngestSummary summary;
   {

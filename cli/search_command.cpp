@@ -38,6 +38,7 @@ int search(const Arguments& arguments, Console& console) {
 
 int reindex(const Arguments& arguments, Console& console) {
   const auto archive = openArchive(arguments, console, OpenMode::readWrite);
+  noteMissingDocumentHelper(*archive, console);
   ReindexSummary summary;
   {
     ProgressLine line(console);

@@ -3,6 +3,7 @@
 
 #include "base/text.h"
 #include "cli/commands.h"
+#include "doctext/document_helper.h"
 
 namespace ambervane {
 
@@ -58,6 +59,13 @@ MessageRow findMessage(MailArchive& archive, const std::string& word) {
   }
   if (!row) throw CLIError::usage("no such message: " + printable(word));
   return *row;
+}
+
+void noteMissingDocumentHelper(const MailArchive& archive, Console& console) {
+  if (!archive.policy().indexAttachmentText || findDocumentHelper()) return;
+  console.err << "Note: the program ambervane-doctext is not beside ambervane nor in "
+                 "../libexec/ambervane, so PDF and office attachments will not be found by their "
+                 "text. Install it and run: ambervane reindex <archive>\n";
 }
 
 }  // namespace ambervane
