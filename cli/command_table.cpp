@@ -2,6 +2,7 @@
 #include <exception>
 
 #include "cli/commands.h"
+#include "cli/server_options.h"
 #include "resources/usage.h"
 
 namespace ambervane {
@@ -98,17 +99,12 @@ constexpr std::array kCommands = {
     Command{"timestamp", "<url>", "Ask a time-stamping authority", nullptr, false},
     Command{"rebuild-catalog", "<archive>", "Rebuild the database from the pack files", nullptr},
     Command{"check", "--host <h> --user <u> --password <p> [--port 993] [--no-tls]",
-            "Try a connection to a server", nullptr},
+            "Try a connection to a server", check},
     Command{"detect", "<path>", "Say what kind of mail store a path holds", detect},
 };
 
-}  // namespace
-
-std::span<const Command> commandTable() { return kCommands; }
-
-int runCommandLine(const std::vector<std::string>& words, Console& console) {
+int run(const Arguments& arguments, Console& console) {
   try {
-    const Arguments arguments = Arguments::parse(words);
     const std::string& name = arguments.command;
     for (const Command& command : kCommands) {
       if (command.name != name) continue;
@@ -127,6 +123,17 @@ int runCommandLine(const std::vector<std::string>& words, Console& console) {
     console.err << "error: " << error.what() << "\n" << std::flush;
     return kExitFailure;
   }
+}
+
+}  // namespace
+
+std::span<const Command> commandTable() { return kCommands; }
+
+int runCommandLine(const std::vector<std::string>& words, Console& console) {
+  Arguments arguments = Arguments::parse(words);
+  const int status = run(arguments, console);
+  eraseSecrets(arguments);
+  return status;
 }
 
 }  // namespace ambervane

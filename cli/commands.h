@@ -51,6 +51,7 @@ int tableCommand(const Arguments& arguments, Console& console);
 int reindex(const Arguments& arguments, Console& console);
 int smart(const Arguments& arguments, Console& console);
 int sealCommand(const Arguments& arguments, Console& console);
+int check(const Arguments& arguments, Console& console);
 int detect(const Arguments& arguments, Console& console);
 int bench(const Arguments& arguments, Console& console);
 

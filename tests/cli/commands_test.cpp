@@ -3,12 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "base/digest.h"
 #include "base/file.h"
 #include "cli/attachment_files.h"
 #include "resources/usage.h"
+#include "tests/support/command_line.h"
 #include "tests/support/mail_builder.h"
 #include "tests/support/scratch_folder.h"
 
@@ -20,18 +19,8 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
 
-struct Result {
-  int status;
-  std::string out, err;
-};
-
-Result run(const std::vector<std::string>& words, bool terminal = false) {
-  std::ostringstream out;
-  std::ostringstream err;
-  Console console{out, err, terminal};
-  const int status = runCommandLine(words, console);
-  return {status, out.str(), err.str()};
-}
+using Result = CommandResult;
+constexpr auto run = runCommand;
 
 /// A folder with an archive and a few mail stores.
 class CommandLine : public testing::Test {
