@@ -40,12 +40,15 @@ class ByteStream {
 
  private:
   void fill();
+  void take(std::size_t count) noexcept;
 
   std::unique_ptr<char[]> buffer_;
   std::size_t capacity_ = 0;
-  std::size_t begin_ = 0;    ///< of what has not been taken
-  std::size_t end_ = 0;      ///< of what has arrived
-  std::size_t scanned_ = 0;  ///< no CRLF begins between `begin_` and this
+  std::size_t begin_ = 0;  ///< of what has not been taken
+  std::size_t end_ = 0;    ///< of what has arrived
+  // What has been searched without success is not searched again, however small the pieces.
+  std::size_t noCrlfBefore_ = 0;
+  std::size_t noLfBefore_ = 0;
 };
 
 }  // namespace ambervane

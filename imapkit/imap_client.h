@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/date.h"
+#include "imapkit/fetch_response.h"
 #include "imapkit/imap_credentials.h"
 #include "imapkit/imap_error.h"
 #include "imapkit/imap_records.h"
@@ -121,6 +122,49 @@ class IMAPClient {
   }
 
  private:
+  using OnResponse = std::function<void(IMAPResponse& response)>;
+  /// A UID FETCH that has been sent.
+  struct Fetch {
+    std::string tag;
+    std::size_t lineBytes = 0;
+    std::vector<std::int64_t> uids;  ///< ascending
+    std::vector<FetchItem> items;    ///< in the order in which the server first spoke of them
+    std::map<std::int64_t, std::size_t> itemOf;  ///< by UID
+    std::optional<IMAPResponse> answer;
+  };
+
+  // The way of every command.
+  void refuseForbidden(std::string_view command) const;
+  std::string begin(std::string_view command);
+  IMAPResponse finish(const std::string& tag, const OnResponse& onUntagged,
+                      const OnResponse& onContinuation = nullptr);
+  IMAPResponse execute(std::string_view command, const OnResponse& onUntagged = nullptr,
+                       const OnResponse& onContinuation = nullptr);
+  void requireSuccess(const IMAPResponse& answer, std::string_view command);
+  void orClose(const std::function<void()>& step);
+
+  void refuseUpgrade() const;
+  void setCapabilities(std::string_view words);
+  void enableExtensions();
+
+  void withSecret(std::string_view secret, const std::function<void()>& step);
+  void signInWithPassword(const std::string& username, const Secret& password);
+  void passwordLogin(const std::string& username, const Secret& password);
+  void authenticatePlain(const std::string& username, const Secret& password);
+  void signInWithToken(const IMAPCredentials& credentials, const Secret& token);
+  void authenticateXOAuth2(const std::string& username, const Secret& token, IMAPAccountKind kind);
+
+  std::string wireName(const std::string& path) const;
+  std::string quotedName(const std::string& path) const;
+
+  bool mayBeginFetch() const noexcept;
+  void beginFetch(std::span<const std::int64_t> uids, std::string_view items);
+  Fetch finishFetch();
+  void noteFetched(IMAPResponse& response);
+  void dropAbandoned();
+  void pipeline(std::span<const std::int64_t> uids, std::size_t batchSize, std::string_view items,
+                const std::function<bool(Fetch)>& take);
+
   IMAPTransport transport_;
   IMAPResponseReader reader_{transport_};
   IMAPAccessMode accessMode_;
@@ -129,6 +173,10 @@ class IMAPClient {
   std::optional<std::string> acceptedUsername_;
   std::optional<std::string> selected_;
   std::optional<IMAPMailboxStatus> selectedStatus_;
+  std::int64_t tagCounter_ = 0;
+  bool utf8Names_ = false;  ///< the server has agreed to mailbox names in UTF-8
+  std::map<std::string, std::string> wireNames_;  ///< of paths that encode to another name
+  std::deque<Fetch> inFlight_;
 };
 
 }  // namespace ambervane

@@ -6,7 +6,10 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
+#include "imapkit/bounded_wait.h"
 #include "imapkit/byte_stream.h"
 #include "imapkit/diagnostics.h"
 #include "imapkit/imap_server.h"
@@ -25,7 +28,7 @@ class IMAPTransport final : public ByteStream {
 
   /// No network activity. `shouldCancel` may be empty; it is asked several times a second while
   /// something is waited for, on the calling thread.
-  explicit IMAPTransport(IMAPServer server, std::function<bool()> shouldCancel = nullptr);
+  explicit IMAPTransport(IMAPServer server, CancellationCheck shouldCancel = nullptr);
   ~IMAPTransport() override;
 
   /// Looks the host up, tries its addresses in turn and, where asked for, makes TLS: all within one
@@ -34,16 +37,17 @@ class IMAPTransport final : public ByteStream {
   /// Safe to call twice.
   void close() noexcept;
 
-  /// Sends `line` and CRLF. `secret`, a part of the line, is masked in the trace. Throws IMAPError
-  /// (NotConnected, ConnectionFailed, Diagnosed, TimedOut, Cancelled), as all below.
-  void sendLine(std::string_view line, std::string_view secret = {});
+  /// Sends `line` and CRLF. Sending and reading throw IMAPError (NotConnected, ConnectionFailed,
+  /// Diagnosed, TimedOut, Cancelled).
+  void sendLine(std::string_view line);
   /// Sends without tracing. Each wait for the server to take more has the whole timeout.
   void send(BytesView bytes);
 
   const IMAPServer& server() const noexcept { return server_; }
   void setTraceHandler(TraceHandler handler) { trace_ = std::move(handler); }
-  /// Masked in traced lines, those received included, until it is set again. Must outlive that.
-  void maskInTrace(std::string_view secret) noexcept { masked_ = secret; }
+  /// Until `popSecret`, which it must outlive, a secret is masked in every traced line.
+  void pushSecret(std::string_view secret) { secrets_.push_back(secret); }
+  void popSecret() noexcept { secrets_.pop_back(); }
   std::int64_t bytesReceived() const noexcept { return bytesReceived_; }
   std::int64_t bytesSent() const noexcept { return bytesSent_; }
   /// Whether a TCP connection came about, also when what followed failed.
@@ -52,17 +56,19 @@ class IMAPTransport final : public ByteStream {
   bool completedTLS() const noexcept { return completedTLS_; }
 
  private:
+  std::string masked(std::string_view text) const;
   std::size_t receive(char* into, std::size_t room) override;
   void lineWasRead(std::string_view line) override;
-  void traceLine(std::string_view line, std::string_view secret, bool sent) const;
+  /// Waits until the socket is ready for `events`. Throws IMAPError (TimedOut, Cancelled).
+  void wait(short events) const;
   /// Throws for a failure of a connection that stands.
   [[noreturn]] void fail(const NetworkError& error) const;
 
   IMAPServer server_;
-  std::function<bool()> shouldCancel_;
+  CancellationCheck shouldCancel_;
   std::unique_ptr<Socket> socket_;
   TraceHandler trace_;
-  std::string_view masked_;
+  std::vector<std::string_view> secrets_;
   std::int64_t bytesReceived_ = 0;
   std::int64_t bytesSent_ = 0;
   bool reachedServer_ = false;

@@ -18,11 +18,11 @@ class Secret {
   /// Takes the text over; the string it came in is overwritten and left empty.
   explicit Secret(std::string&& text);
   /// The pieces in a row.
-  explicit Secret(std::initializer_list<std::string_view> pieces);
+  static Secret joined(std::initializer_list<std::string_view> pieces);
   Secret(Secret&& other) noexcept;
   Secret& operator=(Secret&& other) noexcept;
   ~Secret() { clear(); }
-  Secret clone() const { return Secret({view()}); }
+  Secret clone() const { return joined({view()}); }
 
   /// Valid until the secret is changed, moved or destroyed.
   std::string_view view() const noexcept { return {bytes_.get(), size_}; }
