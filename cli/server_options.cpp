@@ -33,6 +33,11 @@ std::uint16_t port(const Arguments& arguments, const std::string& name, bool use
   return static_cast<std::uint16_t>(*number);
 }
 
+Secret secretOption(const Arguments& arguments, const std::string& name) {
+  const auto found = arguments.options.find(name);
+  return found == arguments.options.end() ? Secret() : Secret::joined({found->second});
+}
+
 Secret askedPassword(const std::string& option, const std::string& user, const std::string& host) {
   PasswordAnswer answer =
       askPassword("Password for " + printable(user) + " at " + printable(host) + ": ");
@@ -41,10 +46,10 @@ Secret askedPassword(const std::string& option, const std::string& user, const s
       throw CLIError::usage("--" + option +
                             " is required, since there is no terminal to ask for it at");
     case PasswordAnswer::Kind::cancelled:
-      throw CLIError::usage("no password was given");
     case PasswordAnswer::Kind::given:
       break;
   }
+  if (answer.password.empty()) throw CLIError::usage("no password was given");
   return std::move(answer.password);
 }
 
@@ -60,12 +65,12 @@ ServerLogin serverFrom(const Arguments& arguments, const std::string& prefix) {
   server.allowUntrustedCertificate = arguments.has(prefix + "allow-untrusted-certificate");
   server.timeout = kTimeoutSeconds;
 
-  if (Secret token(arguments.option(prefix + "oauth-token").value_or("")); !token.empty()) {
+  if (Secret token = secretOption(arguments, prefix + "oauth-token"); !token.empty()) {
     login.credentials.method = IMAPCredentials::XOAuth2{std::move(token)};
     return login;
   }
   const std::string option = prefix + "password";
-  Secret password(arguments.option(option).value_or(""));
+  Secret password = secretOption(arguments, option);
   if (password.empty()) password = askedPassword(option, login.credentials.username, server.host);
   login.credentials.method = IMAPCredentials::Login{std::move(password)};
   return login;

@@ -93,9 +93,16 @@ IMAPDiagnostic systemDiagnostic(const NetworkError& error, const IMAPServer& ser
   }
 }
 
+bool saysNoSuchName(long lookupCode) {
+#ifdef EAI_NODATA
+  if (lookupCode == EAI_NODATA) return true;
+#endif
+  return lookupCode == EAI_NONAME;
+}
+
 IMAPDiagnostic lookupDiagnostic(const NetworkError& error, const IMAPServer& server) {
   IMAPDiagnostic result;
-  if (error.code == EAI_NONAME || error.code == EAI_NODATA) {
+  if (saysNoSuchName(error.code)) {
     result.summaryMessage = {"No such host: %@.", {server.host}};
     result.detailMessage = {"DNS has no address for that name.", {}};
   } else {

@@ -37,7 +37,7 @@ struct NetworkError {
     lookup,       ///< an EAI_ value of getaddrinfo
     certificate,  ///< an X509_V_ERR_ value of the certificate's verification
     handshake,    ///< an SSL_R_ reason; what came back was no TLS, or the two sides do not agree
-    tls,          ///< an error of the TLS library before anything was sent
+    tls,          ///< any other error of the TLS library
   };
   Kind kind = Kind::system;
   long code = 0;

@@ -124,6 +124,8 @@ PasswordAnswer askPassword(const std::string& prompt) {
       write(terminal.descriptor(), prompt);
       if (readLine(terminal.descriptor(), signals.before(), answer.password)) {
         answer.kind = Kind::given;
+      } else {
+        answer.password.clear();
       }
       write(terminal.descriptor(), "\n");
       signal = caught;
