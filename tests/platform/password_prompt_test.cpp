@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -40,7 +41,8 @@ class AskingProcess {
     process_ = ::fork();
     if (process_ == 0) {
       ::alarm(kSeconds);
-      ::login_tty(slave);
+      ::setsid();
+      ::ioctl(slave, TIOCSCTTY, 0);
       ask(expected);
     }
   }
