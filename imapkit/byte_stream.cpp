@@ -41,21 +41,24 @@ std::string_view ByteStream::readLine() {
 Bytes ByteStream::readBytes(std::size_t count) {
   Bytes bytes;
   bytes.reserve(count);
-  for (;;) {
+  const auto takeHeld = [&] {
     const std::size_t held = std::min(count - bytes.size(), end_ - begin_);
     bytes.append(buffer_.get() + begin_, held);
     take(held);
-    const std::size_t missing = count - bytes.size();
-    if (missing == 0) return bytes;
-    if (missing < kShortRest) {
-      fill();
-      continue;
-    }
-    const std::size_t before = bytes.size();
-    const std::size_t room = std::min(missing, kReceiveBytes);
-    bytes.resize(before + room);
-    bytes.resize(before + receive(bytes.data() + before, room));
+  };
+  takeHeld();
+  std::size_t filled = bytes.size();
+  while (count - filled >= kShortRest) {
+    // In steps: memory that was reserved costs nothing until it is touched.
+    if (filled == bytes.size()) bytes.resize(std::min(count, filled + kReceiveBytes));
+    filled += receive(bytes.data() + filled, bytes.size() - filled);
   }
+  bytes.resize(filled);
+  while (bytes.size() < count) {
+    fill();
+    takeHeld();
+  }
+  return bytes;
 }
 
 void ByteStream::take(std::size_t count) noexcept {

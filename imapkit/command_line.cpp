@@ -47,7 +47,10 @@ std::string searchDate(Date date) { return formatDate(date, "dd-MMM-yyyy"); }
 std::string internalDateText(Date date) { return formatDate(date, kInternalDatePattern); }
 
 std::optional<Date> parseInternalDate(std::string_view text) {
-  return parseDate(trimOf(text, " "), kInternalDatePattern);
+  const std::string_view trimmed = trimOf(text, " ");
+  std::string padded(trimmed.find('-') == 1 ? 1 : 0, '0');
+  padded += trimmed;
+  return parseDate(padded, kInternalDatePattern);
 }
 
 }  // namespace ambervane

@@ -28,6 +28,7 @@ void IMAPClient::orClose(const std::function<void()>& step) {
     step();
   } catch (...) {
     transport_.close();
+    inFlight_.clear();
     throw;
   }
 }

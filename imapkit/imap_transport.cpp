@@ -104,7 +104,12 @@ void IMAPTransport::wait(short events) const {
 }
 
 void IMAPTransport::lineWasRead(std::string_view line) {
-  if (trace_) trace_(repairedUtf8(masked(line).substr(0, kTracedBytes)), false);
+  if (!trace_) return;
+  // A challenge of a sign-in is in base64, in which no secret can be found.
+  const bool isChallenge = !secrets_.empty() && line.starts_with("+ ") && line.size() > 2;
+  trace_(isChallenge ? maskSecret(line, line.substr(2))
+                     : repairedUtf8(masked(line).substr(0, kTracedBytes)),
+         false);
 }
 
 void IMAPTransport::fail(const NetworkError& error) const {

@@ -69,7 +69,7 @@ TEST(IMAPClientFetch, readsWhatIsAMessage) {
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);
-    Session session({{"UID FETCH", c.reply + "$T OK\r\n"}});
+    Session session(Replies{{"UID FETCH", c.reply + "$T OK\r\n"}});
     EXPECT_EQ(session.fetch({1, 2}, 25), c.arrived);
     EXPECT_THAT(session.server.received(),
                 ElementsAre("M0001 UID FETCH 1:2 (UID FLAGS INTERNALDATE RFC822.SIZE "
@@ -78,10 +78,10 @@ TEST(IMAPClientFetch, readsWhatIsAMessage) {
 }
 
 TEST(IMAPClientFetch, readsAllOfAMessage) {
-  Session session(
-      {{"UID FETCH",
-        "* 4 FETCH (FLAGS (\\Seen $Junk \\answered) INTERNALDATE \" 5-Feb-2024 11:00:00 +0100\" "
-        "RFC822.SIZE 44827 UID 9 BODY[] {5}\r\nA: b\n MODSEQ (7))\r\n$T OK\r\n"}});
+  Session session(Replies{
+      {"UID FETCH",
+       "* 4 FETCH (FLAGS (\\Seen $Junk \\answered) INTERNALDATE \" 5-Feb-2024 11:00:00 +0100\" "
+       "RFC822.SIZE 44827 UID 9 BODY[] {5}\r\nA: b\n MODSEQ (7))\r\n$T OK\r\n"}});
   std::vector<IMAPMessage> messages;
   session.client.fetchMessages(Numbers{9}, 25, [&](IMAPMessage message) {
     messages.push_back(std::move(message));
@@ -100,27 +100,27 @@ TEST(IMAPClientFetch, readsAllOfAMessage) {
 
 TEST(IMAPClientFetch, readsMessageIDs) {
   const std::string key = " BODY[HEADER.FIELDS (\"MESSAGE-ID\")] ";
-  Session session({{"UID FETCH 1:3 (UID BODY.PEEK[HEADER.FIELDS (MESSAGE-ID)])",
-                    "* 1 FETCH (UID 1" + key +
-                        "{27}\r\nMessage-Id:\r\n <a@b.ch> \r\n\r\n)\r\n* 2 FETCH (UID 2" + key +
-                        "{2}\r\n\r\n)\r\n* 3 FETCH (UID 3" + key + "NIL)\r\n$T OK\r\n"}});
+  Session session(Replies{
+      {"UID FETCH 1:3 (UID BODY.PEEK[HEADER.FIELDS (MESSAGE-ID)])",
+       "* 1 FETCH (UID 1" + key + "{27}\r\nMessage-Id:\r\n <a@b.ch> \r\n\r\n)\r\n* 2 FETCH (UID 2" +
+           key + "{2}\r\n\r\n)\r\n* 3 FETCH (UID 3" + key + "NIL)\r\n$T OK\r\n"}});
   EXPECT_EQ(session.client.fetchMessageIDs(Numbers{1, 2, 3}, 25),
             (std::map<std::int64_t, std::string>{{1, "a@b.ch"}}));
 }
 
 TEST(IMAPClientFetch, asksAheadOfTheAnswers) {
   // The first two requests are answered only when the third has come, the third first of all.
-  Session session(
-      {{"UID FETCH 5:6", ""},
-       {"UID FETCH 3:4", ""},
-       {"UID FETCH 1:2", fetched(2, "b") + "M0003 OK\r\n" + fetched(3, "c") + fetched(5, "e") +
-                             "M0001 OK\r\n" + fetched(4, "d") + fetched(1, "a") + "M0002 OK\r\n"}});
+  Session session(Replies{
+      {"UID FETCH 5:6", ""},
+      {"UID FETCH 3:4", ""},
+      {"UID FETCH 1:2", fetched(2, "b") + "M0003 OK\r\n" + fetched(3, "c") + fetched(5, "e") +
+                            "M0001 OK\r\n" + fetched(4, "d") + fetched(1, "a") + "M0002 OK\r\n"}});
   EXPECT_EQ(session.fetch({6, 5, 4, 3, 2, 1}, 2), "5:e |3:c 4:d |2:b 1:a |");
 }
 
 TEST(IMAPClientFetch, keepsFewRequestsOnTheWay) {
   std::atomic<int> answered = 0;
-  Session session({{"UID FETCH", fetched(1, "a") + "$T OK\r\n"}});
+  Session session(Replies{{"UID FETCH", fetched(1, "a") + "$T OK\r\n"}});
   Numbers uids(100, 1);
   std::size_t most = 0;
   session.client.fetchBatches(uids, 1, [&](const std::vector<IMAPMessage>&) {
@@ -134,8 +134,9 @@ TEST(IMAPClientFetch, keepsFewRequestsOnTheWay) {
 }
 
 TEST(IMAPClientFetch, endsWhereTheSinkSays) {
-  Session session({{"UID FETCH", fetched(1, "a") + fetched(2, "b") + fetched(3, "c") + "$T OK\r\n"},
-                   {"UID SEARCH", "* SEARCH 9\r\n$T OK\r\n"}});
+  Session session(
+      Replies{{"UID FETCH", fetched(1, "a") + fetched(2, "b") + fetched(3, "c") + "$T OK\r\n"},
+              {"UID SEARCH", "* SEARCH 9\r\n$T OK\r\n"}});
   const Numbers uids = {1, 2, 3};
   int count = 0;
   session.client.fetchMessages(uids, 1, [&](const IMAPMessage&) { return ++count < 2; });
@@ -153,15 +154,15 @@ TEST(IMAPClientFetch, endsWhereTheSinkSays) {
 }
 
 TEST(IMAPClientFetch, goesAroundARefusedMessage) {
-  Session session({{"UID FETCH 1:3", fetched(1, "a") + "$T NO [SERVERBUG] cannot read\r\n"},
-                   {"UID FETCH 2 ", "$T NO [SERVERBUG] cannot read\r\n"},
-                   {"UID FETCH 3 ", fetched(3, "c") + "$T OK\r\n"},
-                   {"UID FETCH 4:5", fetched(4, "d") + "$T OK\r\n"}});
+  Session session(Replies{{"UID FETCH 1:3", fetched(1, "a") + "$T NO [SERVERBUG] cannot read\r\n"},
+                          {"UID FETCH 2 ", "$T NO [SERVERBUG] cannot read\r\n"},
+                          {"UID FETCH 3 ", fetched(3, "c") + "$T OK\r\n"},
+                          {"UID FETCH 4:5", fetched(4, "d") + "$T OK\r\n"}});
   EXPECT_EQ(session.fetch({1, 2, 3, 4, 5}, 3), "1:a |4:d |3:c |");
-  Session refusing({{"UID FETCH", "$T NO no\r\n"}});
+  Session refusing(Replies{{"UID FETCH", "$T NO no\r\n"}});
   EXPECT_THROW(refusing.fetch({1, 2}, 25), IMAPError);
   EXPECT_EQ(refusing.server.received().size(), 3U);
-  Session unable({{"UID FETCH", fetched(1, "a") + "$T BAD no\r\n"}});
+  Session unable(Replies{{"UID FETCH", fetched(1, "a") + "$T BAD no\r\n"}});
   EXPECT_THROW(unable.fetch({1, 2}, 25), IMAPError);
 }
 

@@ -1,6 +1,7 @@
 #include "tests/support/scripted_imap_server.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/ssl.h>
 #include <poll.h>
 #include <signal.h>
@@ -46,6 +47,8 @@ class ScriptedIMAPServer::Connection {
     const timeval limit{kMaxSeconds, 0};
     ::setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    const int on = 1;
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     if (tls == nullptr) return;
     tls_.reset(SSL_new(tls));
     SSL_set_fd(tls_.get(), descriptor);
