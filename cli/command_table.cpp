@@ -20,7 +20,7 @@ constexpr std::array kCommands = {
     Command{"sync",
             "<archive> --host <h> --user <u> --password <p> [--port 993] [--no-tls] [--account "
             "<name>] [--folders <a,b>] [--since <yyyy-mm-dd>] | <archive> --scheduled",
-            "Collect mail from a server", nullptr},
+            "Collect mail from a server", syncIMAP},
     Command{"copy",
             "--from-host <h> --from-user <u> --from-password <p> --to-host <h> --to-user <u> "
             "--to-password <p> [--dry-run]",

@@ -1,6 +1,10 @@
 #ifndef AMBERVANE_STORE_INGEST_BATCH_H_
 #define AMBERVANE_STORE_INGEST_BATCH_H_
 
+#include <cstddef>
+#include <functional>
+#include <string>
+
 #include "store/mail_archive.h"
 
 namespace ambervane {
@@ -60,6 +64,14 @@ class IngestBatch {
   MailArchive& archive_;
   bool finished_ = false;
 };
+
+/// Calls `commitOne` for 0 up to `count` in one batch, or in several where a seal becomes due.
+/// `kept` is told after each how many of them are there to stay; it may be empty. When one fails,
+/// those of its batch are not kept, the journal says under `subject` which of its entries do not
+/// hold, and the failure goes on to the caller.
+void commitInBatch(MailArchive& archive, const std::string& subject, std::size_t count,
+                   const std::function<void(std::size_t)>& commitOne,
+                   const std::function<void(std::size_t)>& kept = nullptr);
 
 }  // namespace ambervane
 
