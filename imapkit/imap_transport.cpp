@@ -45,7 +45,7 @@ void IMAPTransport::connect() {
       if (step.failure) throw diagnosed(*step.failure);
       if (step.count > 0) break;
       pollfd polled{socket->descriptor(), step.waitFor, 0};
-      if (!waitUntilReady({&polled, 1}, deadline, shouldCancel_)) {
+      if (!waitUntilReady({&polled, 1}, deadline, shouldCancel_) || deadline.hasPassed()) {
         throw IMAPError(IMAPError::Diagnosed{IMAPDiagnostics::connectTimedOut(server_)});
       }
     }

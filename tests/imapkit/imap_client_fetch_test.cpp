@@ -1,10 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
 #include <string>
-#include <thread>
 
 #include "imapkit/imap_client.h"
 #include "tests/support/scripted_imap_server.h"
@@ -13,7 +10,6 @@ namespace ambervane {
 namespace {
 
 using testing::ElementsAre;
-using testing::StartsWith;
 
 using Numbers = std::vector<std::int64_t>;
 using Replies = std::vector<std::pair<std::string, std::string>>;
@@ -116,21 +112,6 @@ TEST(IMAPClientFetch, asksAheadOfTheAnswers) {
       {"UID FETCH 1:2", fetched(2, "b") + "M0003 OK\r\n" + fetched(3, "c") + fetched(5, "e") +
                             "M0001 OK\r\n" + fetched(4, "d") + fetched(1, "a") + "M0002 OK\r\n"}});
   EXPECT_EQ(session.fetch({6, 5, 4, 3, 2, 1}, 2), "5:e |3:c 4:d |2:b 1:a |");
-}
-
-TEST(IMAPClientFetch, keepsFewRequestsOnTheWay) {
-  std::atomic<int> answered = 0;
-  Session session(Replies{{"UID FETCH", fetched(1, "a") + "$T OK\r\n"}});
-  Numbers uids(100, 1);
-  std::size_t most = 0;
-  session.client.fetchBatches(uids, 1, [&](const std::vector<IMAPMessage>&) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    most = std::max(most, session.server.received().size() - static_cast<std::size_t>(answered++));
-    return true;
-  });
-  EXPECT_EQ(answered, 100);
-  EXPECT_GT(most, 2U);
-  EXPECT_LE(most, 8U);
 }
 
 TEST(IMAPClientFetch, endsWhereTheSinkSays) {

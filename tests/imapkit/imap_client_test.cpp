@@ -10,7 +10,6 @@
 namespace ambervane {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -20,16 +19,6 @@ using namespace std::literals;
 
 using Strings = std::vector<std::string>;
 using Replies = std::vector<std::pair<std::string, std::string>>;
-
-template <typename Step>
-std::string failure(const Step& step) {
-  try {
-    step();
-    return "";
-  } catch (const IMAPError& error) {
-    return error.what();
-  }
-}
 
 /// A script whose greeting names capabilities.
 IMAPScript script(const std::string& capabilities, Replies replies = {}) {

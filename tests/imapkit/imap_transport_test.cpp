@@ -22,16 +22,6 @@ namespace {
 using std::chrono::steady_clock;
 using testing::HasSubstr;
 
-template <typename Step>
-std::string failure(const Step& step) {
-  try {
-    step();
-    return "";
-  } catch (const IMAPError& error) {
-    return error.what();
-  }
-}
-
 /// A port on 127.0.0.1 where nothing listens.
 std::uint16_t closedPort() { return ScriptedIMAPServer(IMAPScript{}).address().port; }
 

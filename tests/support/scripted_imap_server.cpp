@@ -126,7 +126,7 @@ class ScriptedIMAPServer::Connection {
     while (!bytes.empty() && isOpen_) {
       const std::size_t size = std::min(bytes.size(), piece_);
       const auto sent = tls_ ? SSL_write(tls_.get(), bytes.data(), static_cast<int>(size))
-                             : ::send(handle_.descriptor(), bytes.data(), size, MSG_NOSIGNAL);
+                             : ::send(handle_.descriptor(), bytes.data(), size, 0);
       isOpen_ = sent > 0;
       if (isOpen_) bytes.remove_prefix(static_cast<std::size_t>(sent));
     }

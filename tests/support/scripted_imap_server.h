@@ -13,10 +13,22 @@
 
 #include "base/bytes.h"
 #include "base/file.h"
+#include "imapkit/imap_error.h"
 #include "imapkit/imap_server.h"
 #include "tests/support/test_certificate.h"
 
 namespace ambervane {
+
+/// What the IMAPError that `step` throws says; empty when it throws none.
+template <typename Step>
+std::string failure(const Step& step) {
+  try {
+    step();
+    return "";
+  } catch (const IMAPError& error) {
+    return error.what();
+  }
+}
 
 /// What a scripted server says. Texts are sent as they stand, but for these marks:
 /// "$T" is the tag of the last command, "$C" ends the connection, "$R" resets it, "$H" is silence
