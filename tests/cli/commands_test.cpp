@@ -20,7 +20,10 @@ using testing::MatchesRegex;
 using testing::StartsWith;
 
 using Result = CommandResult;
-constexpr auto run = runCommand;
+
+Result run(const std::vector<std::string>& words, bool terminal = false) {
+  return runCommand(words, terminal);
+}
 
 /// A folder with an archive and a few mail stores.
 class CommandLine : public testing::Test {
