@@ -13,8 +13,9 @@ std::string tlsState(const IMAPConnectionReport& report) {
 
 /// A text that may quote the server: its line ends are kept, nothing else can steer the terminal.
 std::string shown(const LocalizedMessage& message) {
+  const std::string text = message.text();
   std::vector<std::string> lines;
-  for (const std::string_view line : split(message.text(), '\n')) lines.push_back(printable(line));
+  for (const std::string_view line : split(text, '\n')) lines.push_back(printable(line));
   return join(lines, "\n");
 }
 
