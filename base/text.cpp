@@ -16,6 +16,7 @@ namespace ambervane {
 namespace {
 
 char lower(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+char upper(char c) noexcept { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
 
 icu::UnicodeString toIcu(std::string_view text) {
   return icu::UnicodeString::fromUTF8({text.data(), static_cast<int>(text.size())});
@@ -66,6 +67,12 @@ std::string_view trimOf(std::string_view text, std::string_view set) noexcept {
 std::string asciiLowercase(std::string_view text) {
   std::string out(text);
   std::transform(out.begin(), out.end(), out.begin(), lower);
+  return out;
+}
+
+std::string asciiUppercase(std::string_view text) {
+  std::string out(text);
+  std::transform(out.begin(), out.end(), out.begin(), upper);
   return out;
 }
 

@@ -21,6 +21,8 @@ std::string_view trim(std::string_view text) noexcept;
 std::string_view trimOf(std::string_view text, std::string_view set) noexcept;
 /// Only A to Z become lower case; bytes above 127 stay.
 std::string asciiLowercase(std::string_view text);
+/// Only a to z become upper case; bytes above 127 stay.
+std::string asciiUppercase(std::string_view text);
 bool asciiEqualIgnoringCase(std::string_view a, std::string_view b) noexcept;
 /// Unicode lower case of UTF-8 text, without a locale. Ill-formed bytes become U+FFFD.
 std::string lowercase(std::string_view text);

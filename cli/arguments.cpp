@@ -1,5 +1,7 @@
 #include "cli/arguments.h"
 
+#include <string_view>
+
 namespace ambervane {
 
 Arguments Arguments::parse(const std::vector<std::string>& words) {
@@ -10,17 +12,18 @@ Arguments Arguments::parse(const std::vector<std::string>& words) {
       positional.push_back(words[i]);
       continue;
     }
-    const std::string name = words[i].substr(2);
-    const auto take = [&arguments](const std::string& key, const std::string& value) {
-      arguments.options[key] = value;
-      arguments.multiOptions[key].push_back(value);
+    const std::string_view name = std::string_view(words[i]).substr(2);
+    // A value may be a secret: no copy of it is left anywhere but in the two maps.
+    const auto take = [&arguments](std::string_view key, std::string_view value) {
+      arguments.options[std::string(key)] = value;
+      arguments.multiOptions[std::string(key)].emplace_back(value);
     };
-    if (const std::size_t equals = name.find('='); equals != std::string::npos) {
+    if (const std::size_t equals = name.find('='); equals != std::string_view::npos) {
       take(name.substr(0, equals), name.substr(equals + 1));
     } else if (i + 1 < words.size() && !words[i + 1].starts_with("--")) {
       take(name, words[++i]);
     } else {
-      arguments.flags.insert(name);
+      arguments.flags.emplace(name);
     }
   }
   if (positional.empty()) {

@@ -2,6 +2,7 @@
 #include <exception>
 
 #include "cli/commands.h"
+#include "cli/server_options.h"
 #include "resources/usage.h"
 
 namespace ambervane {
@@ -19,7 +20,7 @@ constexpr std::array kCommands = {
     Command{"sync",
             "<archive> --host <h> --user <u> --password <p> [--port 993] [--no-tls] [--account "
             "<name>] [--folders <a,b>] [--since <yyyy-mm-dd>] | <archive> --scheduled",
-            "Collect mail from a server", nullptr},
+            "Collect mail from a server", syncIMAP},
     Command{"copy",
             "--from-host <h> --from-user <u> --from-password <p> --to-host <h> --to-user <u> "
             "--to-password <p> [--dry-run]",
@@ -100,17 +101,12 @@ constexpr std::array kCommands = {
             "Try a time-stamping authority", timestamp, false},
     Command{"rebuild-catalog", "<archive>", "Rebuild the database from the pack files", nullptr},
     Command{"check", "--host <h> --user <u> --password <p> [--port 993] [--no-tls]",
-            "Try a connection to a server", nullptr},
+            "Try a connection to a server", check},
     Command{"detect", "<path>", "Say what kind of mail store a path holds", detect},
 };
 
-}  // namespace
-
-std::span<const Command> commandTable() { return kCommands; }
-
-int runCommandLine(const std::vector<std::string>& words, Console& console) {
+int run(const Arguments& arguments, Console& console) {
   try {
-    const Arguments arguments = Arguments::parse(words);
     const std::string& name = arguments.command;
     for (const Command& command : kCommands) {
       if (command.name != name) continue;
@@ -129,6 +125,17 @@ int runCommandLine(const std::vector<std::string>& words, Console& console) {
     console.err << "error: " << error.what() << "\n" << std::flush;
     return kExitFailure;
   }
+}
+
+}  // namespace
+
+std::span<const Command> commandTable() { return kCommands; }
+
+int runCommandLine(const std::vector<std::string>& words, Console& console) {
+  Arguments arguments = Arguments::parse(words);
+  const int status = run(arguments, console);
+  eraseSecrets(arguments);
+  return status;
 }
 
 }  // namespace ambervane

@@ -40,6 +40,7 @@ int runCommandLine(const std::vector<std::string>& words, Console& console);
 // One function per command.
 int create(const Arguments& arguments, Console& console);
 int importSource(const Arguments& arguments, Console& console);
+int syncIMAP(const Arguments& arguments, Console& console);
 int show(const Arguments& arguments, Console& console);
 int stats(const Arguments& arguments, Console& console);
 int attachments(const Arguments& arguments, Console& console);
@@ -51,6 +52,7 @@ int tableCommand(const Arguments& arguments, Console& console);
 int reindex(const Arguments& arguments, Console& console);
 int smart(const Arguments& arguments, Console& console);
 int sealCommand(const Arguments& arguments, Console& console);
+int check(const Arguments& arguments, Console& console);
 int detect(const Arguments& arguments, Console& console);
 int bench(const Arguments& arguments, Console& console);
 int timestamp(const Arguments& arguments, Console& console);

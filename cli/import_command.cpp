@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "cli/commands.h"
 #include "cli/interrupt.h"
+#include "cli/volume_report.h"
 #include "mailformats/import_error.h"
 #include "mailformats/source_detector.h"
 #include "store/ingest.h"
@@ -18,32 +19,15 @@ namespace fs = std::filesystem;
 constexpr std::size_t kListedErrors = 5;
 constexpr std::size_t kFolderWidth = 40;
 
-std::string rateText(double messagesPerSecond, double bytesPerSecond) {
-  return fmt::format("{:.0f} msg/s, {}/s", messagesPerSecond,
-                     humanBytes(static_cast<std::int64_t>(bytesPerSecond)));
-}
-
 void report(const IngestSummary& summary, Date now, Console& console) {
   std::ostream& out = console.out;
-  const double share = summary.bytesIn == 0 ? 100.0
-                                            : 100.0 * static_cast<double>(summary.bytesOut) /
-                                                  static_cast<double>(summary.bytesIn);
   out << "Stored     : " << summary.added << "\n"
       << "Duplicates : " << summary.duplicates << "\n"
       << "Failed     : " << summary.failed << "\n";
   if (summary.notMail > 0) {
     out << "Not mail   : " << summary.notMail << " (use --archive-non-mail to archive these too)\n";
   }
-  out << "Input      : " << humanBytes(summary.bytesIn) << "\n"
-      << fmt::format("Stored size: {} ({:.1f}% of input)\n", humanBytes(summary.bytesOut), share);
-  const double seconds = summary.throughput.elapsed(now);
-  if (seconds > 0) {
-    out << fmt::format(
-        "Speed      : {:.0f} msg/s, {}/s average over {:.0f} s\n",
-        summary.throughput.averageMessagesPerSecond(now),
-        humanBytes(static_cast<std::int64_t>(summary.throughput.averageBytesPerSecond(now))),
-        seconds);
-  }
+  reportVolume(summary.bytesIn, summary.bytesOut, summary.throughput, now, out);
   for (std::size_t i = 0; i < std::min(summary.errors.size(), kListedErrors); ++i) {
     out << "  ! " << printable(summary.errors[i]) << "\n";
   }
@@ -122,11 +106,9 @@ int importSource(const Arguments& arguments, Console& console) {
     ProgressLine line(console);
     const auto progress = [&](const IngestSummary& state, const std::string& folder) {
       if (!line.isDue()) return;
-      line.show(fmt::format(
-          "{} → {}  [{} stored, {} dup, {} failed — {}]", state.examined(),
-          prefixCharacters(printable(folder), kFolderWidth), state.added, state.duplicates,
-          state.failed,
-          rateText(state.throughput.messagesPerSecond(), state.throughput.bytesPerSecond())));
+      line.show(fmt::format("{} → {}  [{} stored, {} dup, {} failed — {}]", state.examined(),
+                            prefixCharacters(printable(folder), kFolderWidth), state.added,
+                            state.duplicates, state.failed, rateText(state.throughput)));
     };
     try {
       summary = ingestAll(*archive, *importer, optionsFrom(arguments, source, kind),

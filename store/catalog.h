@@ -115,6 +115,7 @@ class Catalog {
   bool forgetErasedText();
 
   // Accounts and folders.
+  /// An account keeps its kind, unless mail is now collected for it from a server.
   std::int64_t upsertAccount(const std::string& name, const std::string& kind,
                              const std::optional<std::string>& host,
                              const std::optional<std::string>& username,
@@ -122,6 +123,7 @@ class Catalog {
   std::int64_t upsertFolder(std::int64_t accountID, const std::string& path,
                             const std::string& delimiter = "/");
   std::vector<AccountRow> accounts();
+  std::optional<AccountRow> account(const std::string& name);
   /// The folders of one account, or of all, by path.
   std::vector<FolderRow> folders(std::optional<std::int64_t> accountID = std::nullopt);
   /// Files a message in a folder; true when it was not there before.
@@ -130,6 +132,7 @@ class Catalog {
   std::vector<Membership> memberships(std::int64_t messageID);
 
   // Messages a server listed and did not hand over.
+  /// Counts one more attempt; under another `uidValidity` than before the first.
   void recordMiss(std::int64_t folderID, std::int64_t uid, std::optional<std::int64_t> uidValidity);
   /// At most 500 uids of fewer than `attemptCap` attempts, ascending.
   std::vector<std::int64_t> pendingFetches(std::int64_t folderID,

@@ -10,9 +10,10 @@ std::int64_t Catalog::upsertAccount(const std::string& name, const std::string& 
                                     const std::optional<std::string>& sourcePath) {
   db_->run(
       "INSERT INTO account(name, kind, host, username, source_path, created_at) VALUES(?, ?, ?, ?, "
-      "?, ?) ON CONFLICT(name) DO UPDATE SET host = COALESCE(excluded.host, host), username = "
-      "COALESCE(excluded.username, username), source_path = COALESCE(excluded.source_path, "
-      "source_path)",
+      "?, ?) ON CONFLICT(name) DO UPDATE SET kind = CASE excluded.kind WHEN 'imap' THEN 'imap' "
+      "ELSE "
+      "kind END, host = COALESCE(excluded.host, host), username = COALESCE(excluded.username, "
+      "username), source_path = COALESCE(excluded.source_path, source_path)",
       {name, kind, host, username, sourcePath, clock_()});
   return db_->count("SELECT id FROM account WHERE name = ?", {name});
 }
@@ -30,6 +31,12 @@ std::vector<AccountRow> Catalog::accounts() {
   std::vector<AccountRow> rows;
   for (const Row& row : db_->query("SELECT * FROM account ORDER BY name")) rows.emplace_back(row);
   return rows;
+}
+
+std::optional<AccountRow> Catalog::account(const std::string& name) {
+  const auto rows = db_->query("SELECT * FROM account WHERE name = ?", {name});
+  if (rows.empty()) return std::nullopt;
+  return AccountRow(rows.front());
 }
 
 std::vector<FolderRow> Catalog::folders(std::optional<std::int64_t> accountID) {
@@ -76,8 +83,9 @@ void Catalog::recordMiss(std::int64_t folderID, std::int64_t uid,
                          std::optional<std::int64_t> uidValidity) {
   db_->run(
       "INSERT INTO pending_fetch(folder_id, uid, uid_validity, missed_at) VALUES(?, ?, ?, ?) ON "
-      "CONFLICT(folder_id, uid) DO UPDATE SET attempts = attempts + 1, missed_at = "
-      "excluded.missed_at, uid_validity = excluded.uid_validity",
+      "CONFLICT(folder_id, uid) DO UPDATE SET attempts = CASE WHEN uid_validity <> "
+      "excluded.uid_validity THEN 1 ELSE attempts + 1 END, missed_at = excluded.missed_at, "
+      "uid_validity = excluded.uid_validity",
       {folderID, uid, uidValidity, clock_()});
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -74,6 +75,9 @@ struct BlobRow {
   BlobRow() = default;
   explicit BlobRow(const Row& row);
 };
+
+/// The kind of an account whose mail is collected from a server.
+inline constexpr std::string_view kImapAccountKind = "imap";
 
 /// A row of `account`.
 struct AccountRow {

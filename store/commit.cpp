@@ -60,6 +60,7 @@ class Commit {
 
  private:
   std::optional<std::int64_t> uid() const {
+    if (!mailbox_.takesUIDs) return std::nullopt;
     return parseInteger(message_.source.sourceIdentifier.value_or(""));
   }
 
@@ -304,6 +305,16 @@ PrepareSettings prepareSettings(MailArchive& archive) {
           .extractionThreshold = archive.manifest().attachmentExtractionThreshold,
           .isLearning = archive.dictionaries().isLearning(),
           .compressesRecords = !archive.writesSolidBlocks()};
+}
+
+std::function<PrepareSettings()> currentSettings(MailArchive& archive,
+                                                 const PrepareSettings& atStart) {
+  return [&dictionaries = archive.dictionaries(), &atStart] {
+    PrepareSettings now = atStart;
+    now.dictionary = dictionaries.active();
+    now.isLearning = dictionaries.isLearning();
+    return now;
+  };
 }
 
 }  // namespace ambervane

@@ -2,6 +2,7 @@
 #define AMBERVANE_STORE_COMMIT_H_
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -16,6 +17,9 @@ struct MailboxRef {
   std::int64_t folderID = 0;
   std::string path;
   std::string account;  ///< its name
+  /// Whether the identifiers of its messages are the server's UIDs; other numbers must not stand
+  /// beside those.
+  bool takesUIDs = true;
 };
 
 /// What became of one message.
@@ -39,6 +43,11 @@ IngestOutcome ingest(MailArchive& archive, SourceMessage source, const MailboxRe
 
 /// What `prepareOne` needs, taken from the archive as it stands.
 PrepareSettings prepareSettings(MailArchive& archive);
+
+/// `atStart` as it stands whenever it is asked, from any thread: of an archive only the dictionary
+/// changes while messages are prepared. Both must outlive it.
+std::function<PrepareSettings()> currentSettings(MailArchive& archive,
+                                                 const PrepareSettings& atStart);
 
 }  // namespace ambervane
 

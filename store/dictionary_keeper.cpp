@@ -109,7 +109,7 @@ void DictionaryKeeper::saveProgress() {
 }
 
 void DictionaryKeeper::trainIfDue() noexcept {
-  if (isLearning() || trainer_.sampleCount() == 0) return;
+  if (!isTrainingDue()) return;
   try {
     const DictionaryTrainer trainer = std::exchange(trainer_, DictionaryTrainer());
     const Bytes built = trainer.build();

@@ -45,7 +45,9 @@ class DictionaryKeeper {
   void noteStored(Bytes sample);
   /// Writes how many messages have been learnt from; to be called in each batch's transaction.
   void saveProgress();
-  /// Builds and activates a dictionary when the last sample has come, outside a batch. A failure is
+  /// Whether the last sample has come and nothing has been made of them yet.
+  bool isTrainingDue() const noexcept { return !isLearning() && trainer_.sampleCount() > 0; }
+  /// Builds and activates a dictionary when training is due, outside a batch. A failure is
   /// passed over: the dictionary in use goes on serving.
   void trainIfDue() noexcept;
   /// Stores a dictionary in both places and makes it the active one.

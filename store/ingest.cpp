@@ -36,28 +36,34 @@ class IngestRun {
     accountID_ =
         archive_.catalog().upsertAccount(options.accountName, options.accountKind, options.host,
                                          options.username, options.sourcePath);
+    const auto account = archive_.catalog().account(options.accountName);
+    takesUIDs_ = options.accountKind == kImapAccountKind || account->kind != kImapAccountKind;
   }
 
-  /// Commits `items` and, under the same flush, the batches behind them that are ready by then: a
+  /// Commits `first` and, under the same flush, the batches behind it that are ready by then: a
   /// slow disk so delays a group of batches once and not each of them.
-  void commitGroup(IngestPipeline::Batch items, IngestPipeline& pipeline) {
-    const std::int64_t entriesBefore = archive_.journal().count();
-    try {
-      std::optional<IngestBatch> batch(std::in_place, archive_);
-      for (std::size_t taken = 0; !items.empty(); items = pipeline.next()) {
-        for (const auto& item : items) {
-          commitItem(*item);
-          if (!archive_.isSealDue()) continue;
-          // A seal counts messages, so those before it must be there to stay.
-          batch->finish();
-          batch.emplace(archive_);
-        }
-        taken += items.size();
-        if (taken >= kMaximumGroup || !pipeline.hasPrepared()) break;
+  void commitGroup(IngestPipeline::Batch first, IngestPipeline& pipeline) {
+    std::size_t at = 0;
+    std::size_t taken = 0;
+    const auto hasAnother = [&] {
+      while (at == first.items.size()) {
+        // What is prepared after training is smaller, so the group ends when training is due.
+        if (taken >= kMaximumGroup || archive_.dictionaries().isTrainingDue()) return false;
+        if (!pipeline.hasPrepared()) return false;
+        first = *pipeline.next();
+        at = 0;
       }
-      batch->finish();
+      return true;
+    };
+    try {
+      commitInBatch(archive_, "import", [&] {
+        if (!hasAnother()) return false;
+        commitItem(*first.items[at++]);
+        ++taken;
+        return true;
+      });
     } catch (const std::exception& error) {
-      recordBrokenBatch(entriesBefore, error.what());
+      noteBrokenOff(error.what());
       throw;
     }
   }
@@ -100,18 +106,8 @@ class IngestRun {
     return text;
   }
 
-  /// The journal cannot take back what it says of a batch that was rolled back; it says so instead.
-  void recordBrokenBatch(std::int64_t entriesBefore, const std::string& error) noexcept {
+  void noteBrokenOff(const std::string& error) noexcept {
     try {
-      const std::int64_t entriesAfter = archive_.journal().count();
-      std::map<std::string, std::string> details = {{"error", error}};
-      if (entriesAfter > entriesBefore) {
-        details["note"] = "entries " + std::to_string(entriesBefore + 1) + " to " +
-                          std::to_string(entriesAfter) +
-                          " belong to a batch that was not kept; its messages are not in the "
-                          "archive";
-      }
-      archive_.journal().append(AuditAction::integrityFailed, "import", details);
       archive_.catalog().finishIngest(logID_, summary_.added, summary_.duplicates, summary_.failed,
                                       summary_.bytesIn, summary_.bytesOut, "broken off: " + error);
     } catch (const std::exception&) {
@@ -162,7 +158,8 @@ class IngestRun {
     const auto known = mailboxes_.find(path);
     if (known != mailboxes_.end()) return known->second;
     const std::int64_t id = archive_.catalog().upsertFolder(accountID_, path);
-    return mailboxes_.emplace(path, MailboxRef{id, path, options_.accountName}).first->second;
+    return mailboxes_.emplace(path, MailboxRef{id, path, options_.accountName, takesUIDs_})
+        .first->second;
   }
 
   void noteFailure(const std::string& text) {
@@ -179,8 +176,20 @@ class IngestRun {
   IngestSummary summary_;
   std::int64_t logID_ = 0;
   std::int64_t accountID_ = 0;
+  bool takesUIDs_ = true;
   std::map<std::string, MailboxRef> mailboxes_;
 };
+
+/// `bytes` are to come; a reserve is asked for besides.
+void requireRoom(const MailArchive& archive, std::uint64_t bytes, const std::string& label) {
+  const auto available = freeBytes(archive.url());
+  if (!available) return;
+  const std::uint64_t needed = bytes + kRoomReserve;
+  if (*available >= needed) return;
+  throw ArchiveError(
+      ArchiveError::NotEnoughSpace{label, humanBytes(static_cast<std::int64_t>(needed)),
+                                   humanBytes(static_cast<std::int64_t>(*available))});
+}
 
 }  // namespace
 
@@ -204,30 +213,19 @@ IngestSummary ingestAll(MailArchive& archive, MessageImporter& importer,
   PrepareSettings atStart = prepareSettings(archive);
   atStart.known = &known;
   atStart.preparesWhatIsNotMail = options.archivesFilesThatAreNotMail;
-  // Asked from the reader's thread: of the archive only the dictionary may change meanwhile.
-  const auto settings = [&dictionaries = archive.dictionaries(), &atStart] {
-    PrepareSettings now = atStart;
-    now.dictionary = dictionaries.active();
-    now.isLearning = dictionaries.isLearning();
-    return now;
-  };
-  IngestPipeline pipeline(importer, settings, shouldCancel);
-  for (auto items = pipeline.next(); !items.empty(); items = pipeline.next()) {
-    run.commitGroup(std::move(items), pipeline);
-  }
+  IngestPipeline pipeline(importer, currentSettings(archive, atStart), shouldCancel);
+  while (auto batch = pipeline.next()) run.commitGroup(std::move(*batch), pipeline);
   if (pipeline.failure()) std::rethrow_exception(pipeline.failure());
   return run.finish(pipeline.cancelled());
 }
 
 void requireRoomToAdd(const MailArchive& archive, const std::filesystem::path& source,
                       const std::string& label) {
-  const auto available = freeBytes(archive.url());
-  if (!available) return;
-  const std::uint64_t needed = static_cast<std::uint64_t>(sizeOnDisk(source)) + kRoomReserve;
-  if (*available >= needed) return;
-  throw ArchiveError(
-      ArchiveError::NotEnoughSpace{label, humanBytes(static_cast<std::int64_t>(needed)),
-                                   humanBytes(static_cast<std::int64_t>(*available))});
+  requireRoom(archive, static_cast<std::uint64_t>(sizeOnDisk(source)), label);
+}
+
+void requireRoomToAdd(const MailArchive& archive, const std::string& label) {
+  requireRoom(archive, 0, label);
 }
 
 }  // namespace ambervane

@@ -1,6 +1,9 @@
 #ifndef AMBERVANE_STORE_INGEST_BATCH_H_
 #define AMBERVANE_STORE_INGEST_BATCH_H_
 
+#include <functional>
+#include <string>
+
 #include "store/mail_archive.h"
 
 namespace ambervane {
@@ -60,6 +63,14 @@ class IngestBatch {
   MailArchive& archive_;
   bool finished_ = false;
 };
+
+/// Calls `commitNext` until it returns false, in one batch, or in several where a seal becomes due.
+/// `kept` is called when what has been committed is there to stay; it may be empty. When one fails,
+/// those of its batch are not kept, the journal says under `subject` which of its entries do not
+/// hold, and the failure goes on to the caller.
+void commitInBatch(MailArchive& archive, const std::string& subject,
+                   const std::function<bool()>& commitNext,
+                   const std::function<void()>& kept = nullptr);
 
 }  // namespace ambervane
 

@@ -19,6 +19,10 @@ std::string itemName(const SourceMessage& message) {
   return *message.originPath + ", message " + *message.sourceIdentifier;
 }
 
+bool isEmpty(const IngestPipeline::Batch& batch) {
+  return batch.items.empty() && batch.missing.empty();
+}
+
 }  // namespace
 
 std::size_t IngestPipeline::batchMessages() {
@@ -27,11 +31,15 @@ std::size_t IngestPipeline::batchMessages() {
 
 IngestPipeline::IngestPipeline(MessageImporter& importer, std::function<PrepareSettings()> settings,
                                std::function<bool()> shouldCancel)
-    : importer_(importer),
-      settings_(std::move(settings)),
+    : IngestPipeline([&importer](IngestPipeline& pipeline) { pipeline.readFrom(importer); },
+                     std::move(settings), std::move(shouldCancel)) {}
+
+IngestPipeline::IngestPipeline(Reader reader, std::function<PrepareSettings()> settings,
+                               std::function<bool()> shouldCancel)
+    : settings_(std::move(settings)),
       shouldCancel_(std::move(shouldCancel)),
       pool_(ThreadPool::processorCount()),
-      reader_([this] { read(); }) {}
+      reader_([this, reader = std::move(reader)] { read(reader); }) {}
 
 IngestPipeline::~IngestPipeline() {
   {
@@ -42,25 +50,47 @@ IngestPipeline::~IngestPipeline() {
   reader_.join();
 }
 
-void IngestPipeline::read() {
+void IngestPipeline::read(const Reader& reader) {
   std::exception_ptr failure;
   try {
-    importer_.forEachMessage([this](SourceMessage&& message) { return take(std::move(message)); },
-                             [this](const std::string& reason) {
-                               auto item = std::make_unique<Item>();
-                               item->unreadable = reason;
-                               if (!mayGoOn() || !add(std::move(item))) throw StopReading();
-                             });
+    reader(*this);
   } catch (const StopReading&) {
     // Cancelled, or nobody wants more.
   } catch (...) {
     failure = std::current_exception();
   }
   const std::lock_guard lock(mutex_);
-  if (!assembling_.empty()) ready_.push_back(std::move(assembling_));
+  if (!isEmpty(assembling_)) ready_.push_back(std::move(assembling_));
   failure_ = failure;
   ended_ = true;
   changed_.notify_all();
+}
+
+void IngestPipeline::readFrom(MessageImporter& importer) {
+  const auto roomIsLeft = [this] { return assembling_.items.size() < batchMessages(); };
+  importer.forEachMessage(
+      [&](SourceMessage&& message) {
+        return take(std::move(message)) && (roomIsLeft() || handOver());
+      },
+      [&](const std::string& reason) {
+        auto item = std::make_unique<Item>();
+        item->unreadable = reason;
+        if (!mayGoOn()) throw StopReading();
+        assembling_.items.push_back(std::move(item));
+        if (!roomIsLeft() && !handOver()) throw StopReading();
+      });
+}
+
+bool IngestPipeline::takeBatch(std::vector<SourceMessage>&& messages,
+                               std::vector<std::int64_t> missing) {
+  assembling_.missing = std::move(missing);
+  for (SourceMessage& message : messages) {
+    if (!take(std::move(message))) return false;
+  }
+  if (!handOver()) return false;
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return abandoned_ || ready_.empty(); });
+  return !abandoned_;
 }
 
 bool IngestPipeline::mayGoOn() {
@@ -74,6 +104,7 @@ bool IngestPipeline::take(SourceMessage&& message) {
   if (!mayGoOn()) return false;
   auto item = std::make_unique<Item>();
   item->name = itemName(message);
+  item->identifier = message.sourceIdentifier.value_or("");
   item->bytes = message.raw.size();
   item->folderPath = message.folderPath;
   bool full = false;
@@ -100,12 +131,8 @@ bool IngestPipeline::take(SourceMessage&& message) {
       target->unreadable = target->name + ": " + error.what();
     }
   });
-  return add(std::move(item));
-}
-
-bool IngestPipeline::add(std::unique_ptr<Item> item) {
-  assembling_.push_back(std::move(item));
-  return assembling_.size() < batchMessages() || handOver();
+  assembling_.items.push_back(std::move(item));
+  return true;
 }
 
 bool IngestPipeline::handOver() {
@@ -115,7 +142,7 @@ bool IngestPipeline::handOver() {
            (ready_.size() < kMaximumWaiting && bytesHeld_ < kManyWaitBelowBytes);
   });
   if (abandoned_) return false;
-  if (!assembling_.empty()) ready_.push_back(std::exchange(assembling_, {}));
+  if (!isEmpty(assembling_)) ready_.push_back(std::exchange(assembling_, {}));
   changed_.notify_all();
   return true;
 }
@@ -123,15 +150,15 @@ bool IngestPipeline::handOver() {
 bool IngestPipeline::hasPrepared() {
   const std::lock_guard lock(mutex_);
   if (ready_.empty()) return false;
-  const auto isDone = [](const std::unique_ptr<Item>& item) {
+  const auto& items = ready_.front().items;
+  return std::all_of(items.begin(), items.end(), [](const std::unique_ptr<Item>& item) {
     return !item->done.valid() ||
            item->done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-  };
-  return std::all_of(ready_.front().begin(), ready_.front().end(), isDone);
+  });
 }
 
-IngestPipeline::Batch IngestPipeline::next() {
-  Batch batch;
+std::optional<IngestPipeline::Batch> IngestPipeline::next() {
+  std::optional<Batch> batch;
   {
     std::unique_lock lock(mutex_);
     bytesHeld_ -= std::exchange(bytesHandedOut_, 0);
@@ -140,14 +167,14 @@ IngestPipeline::Batch IngestPipeline::next() {
     if (ready_.empty()) return batch;
     batch = std::move(ready_.front());
     ready_.pop_front();
-    for (const auto& item : batch) bytesHandedOut_ += item->bytes;
+    for (const auto& item : batch->items) bytesHandedOut_ += item->bytes;
     changed_.notify_all();
   }
   // All of them before any failure is let out: a task still running writes into its item.
-  for (const auto& item : batch) {
+  for (const auto& item : batch->items) {
     if (item->done.valid()) item->done.wait();
   }
-  for (const auto& item : batch) {
+  for (const auto& item : batch->items) {
     if (item->done.valid()) item->done.get();
   }
   return batch;

@@ -3,6 +3,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <exception>
 #include <functional>
@@ -36,43 +37,59 @@ class IngestPipeline {
 
   /// One message, or one item the source could not read.
   struct Item {
-    std::string name;  ///< for people
+    std::string name;        ///< for people
+    std::string identifier;  ///< what the source calls it, such as a UID; may be empty
     std::size_t bytes = 0;
     std::optional<std::string> unreadable;    ///< why the item could not be read or prepared
     std::optional<PreparedMessage> prepared;  ///< absent for an empty message
     std::string folderPath;
     std::future<void> done;  ///< `prepared` may be looked at after it
   };
-  using Batch = std::vector<std::unique_ptr<Item>>;
+  struct Batch {
+    std::vector<std::unique_ptr<Item>> items;
+    /// Numbers of messages that the source lists and did not deliver. They are to be on record
+    /// before the first of `items` is.
+    std::vector<std::int64_t> missing;
+  };
+  /// Reads a source from its beginning to its end by calls of `takeBatch`.
+  using Reader = std::function<void(IngestPipeline&)>;
 
   /// Starts reading. `importer` must outlive the pipeline; `settings` is asked anew for
   /// each message and `shouldCancel` before each, both on the reader's thread.
   IngestPipeline(MessageImporter& importer, std::function<PrepareSettings()> settings,
+                 std::function<bool()> shouldCancel);
+  /// The same for a source that makes the batches itself; `reader` runs on the reader's thread. No
+  /// more than two of its batches are held: the one being committed and the one behind it.
+  IngestPipeline(Reader reader, std::function<PrepareSettings()> settings,
                  std::function<bool()> shouldCancel);
   /// Stops the source and waits for what is under way.
   ~IngestPipeline();
   IngestPipeline(const IngestPipeline&) = delete;
   IngestPipeline& operator=(const IngestPipeline&) = delete;
 
-  /// The next batch; empty when the source has ended. The batch before it must be done with.
-  Batch next();
+  /// Called by a `Reader`: takes one batch, in the order in which it is to be committed, and waits
+  /// until the batch before it is done with. False when nobody wants more. A batch that holds more
+  /// than `kMaximumBytes` comes out in pieces, `missing` with the first.
+  bool takeBatch(std::vector<SourceMessage>&& messages, std::vector<std::int64_t> missing);
+
+  /// The next batch; absent when the source has ended. The batch before it must be done with.
+  std::optional<Batch> next();
   /// Whether `next` would return a batch without waiting.
   bool hasPrepared();
-  /// What ended the source before its end, once `next` has returned an empty batch.
+  /// What ended the source before its end, once `next` has returned nothing.
   std::exception_ptr failure() const { return failure_; }
   bool cancelled() const noexcept { return cancelled_; }
 
  private:
-  void read();
+  void read(const Reader& reader);
+  void readFrom(MessageImporter& importer);
   /// False when cancelled or when nobody wants more.
   bool mayGoOn();
+  /// Adds to the batch in hand, which is handed over first when the bytes held are many.
   bool take(SourceMessage&& message);
-  /// Adds to the batch in hand and hands a full one over; false when nobody wants more.
-  bool add(std::unique_ptr<Item> item);
   /// Hands the batch over and waits for room; false when nobody wants more.
   bool handOver();
 
-  MessageImporter& importer_;
   const std::function<PrepareSettings()> settings_;
   const std::function<bool()> shouldCancel_;
 

@@ -4,28 +4,20 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "base/file.h"
-#include "cli/commands.h"
+#include "tests/support/command_line.h"
 #include "tests/support/mail_builder.h"
 #include "tests/support/scratch_folder.h"
 
 namespace ambervane {
 
-struct Result {
-  int status;
-  std::string out, err;
-};
+using Result = CommandResult;
 
 inline Result run(const std::vector<std::string>& words, bool terminal = false) {
-  std::ostringstream out;
-  std::ostringstream err;
-  Console console{out, err, terminal};
-  const int status = runCommandLine(words, console);
-  return {status, out.str(), err.str()};
+  return runCommand(words, terminal);
 }
 
 /// A folder with an archive and a few mail stores.

@@ -208,6 +208,7 @@ TEST(StorageModes, theDictionaryIsTrainedOnceAndOldRecordsStayReadable) {
   archive.ingest({mails.begin(), mails.begin() + 30});
   EXPECT_EQ(archive->catalog().meta("trained_messages"), "30");
   archive.reopen();
+  archive.ingest({mails.begin(), mails.begin() + 100});
   archive.ingest(mails);
   EXPECT_EQ(archive->catalog().meta("trained_messages"), "50");
   EXPECT_EQ(archive->catalog().dictionaryCount(), 2);

@@ -1,0 +1,51 @@
+#include "store/ingest_batch.h"
+
+#include <map>
+#include <optional>
+
+namespace ambervane {
+namespace {
+
+/// The journal cannot take back what it says of a batch that was rolled back; it says so instead.
+void recordBrokenBatch(MailArchive& archive, const std::string& subject, std::int64_t entriesBefore,
+                       const std::string& error) noexcept {
+  try {
+    const std::int64_t entriesAfter = archive.journal().count();
+    std::map<std::string, std::string> details = {{"error", error}};
+    if (entriesAfter > entriesBefore) {
+      details["note"] = "entries " + std::to_string(entriesBefore + 1) + " to " +
+                        std::to_string(entriesAfter) +
+                        " belong to a batch that was not kept; its messages are not in the "
+                        "archive";
+    }
+    archive.journal().append(AuditAction::integrityFailed, subject, details);
+  } catch (const std::exception&) {
+    // The disk that failed the batch may fail this too; the run's end is told in any case.
+  }
+}
+
+}  // namespace
+
+void commitInBatch(MailArchive& archive, const std::string& subject,
+                   const std::function<bool()>& commitNext, const std::function<void()>& kept) {
+  std::int64_t entriesBefore = archive.journal().count();
+  try {
+    std::optional<IngestBatch> batch(std::in_place, archive);
+    while (commitNext()) {
+      if (!archive.isSealDue()) continue;
+      // A seal counts messages, so those before it must be there to stay.
+      batch->finish();
+      if (kept) kept();
+      batch.reset();
+      entriesBefore = archive.journal().count();
+      batch.emplace(archive);
+    }
+    batch->finish();
+    if (kept) kept();
+  } catch (const std::exception& error) {
+    recordBrokenBatch(archive, subject, entriesBefore, error.what());
+    throw;
+  }
+}
+
+}  // namespace ambervane
