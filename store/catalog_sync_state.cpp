@@ -60,13 +60,14 @@ void CatalogSyncState::updateFolderSyncState(std::int64_t folderID, const Folder
 }
 
 void CatalogSyncState::restartNumbering(std::int64_t folderID,
-                                        std::optional<std::int64_t> uidValidity) {
+                                        std::optional<std::int64_t> uidValidity,
+                                        const std::string& coverage) {
   catalog_.atomically([&] {
     forgetUIDs(folderID);
     db_.run(
         "UPDATE folder SET uid_validity = ?, uid_next = NULL, highest_modseq = NULL WHERE id = ?",
         {uidValidity, folderID});
-    setCoverage(folderID, "");
+    setCoverage(folderID, coverage);
   });
 }
 

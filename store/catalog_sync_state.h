@@ -50,8 +50,10 @@ class CatalogSyncState {
   FolderSyncState folderSyncState(std::int64_t folderID);
   void updateFolderSyncState(std::int64_t folderID, const FolderSyncState& state, Date at);
   /// The messages of the folder stay; their UIDs are forgotten, and the state is `uidValidity`
-  /// alone.
-  void restartNumbering(std::int64_t folderID, std::optional<std::int64_t> uidValidity);
+  /// alone, with a coverage that holds because nothing is held. Not to be called in a transaction
+  /// other than a batch.
+  void restartNumbering(std::int64_t folderID, std::optional<std::int64_t> uidValidity,
+                        const std::string& coverage);
   /// Clears the UIDs of the folder's messages.
   void forgetUIDs(std::int64_t folderID);
   /// The highest UID held, 0 for none.

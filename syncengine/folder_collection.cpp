@@ -83,10 +83,7 @@ class FolderCollection {
       remark("the server gives no UIDVALIDITY, so nothing is known of this mailbox beforehand");
     }
     uidNext_.reset();
-    archive_.catalog().atomically([&] {
-      states_.restartNumbering(folderID_, uidValidity_);
-      states_.setCoverage(folderID_, run_.scope.selection());
-    });
+    states_.restartNumbering(folderID_, uidValidity_, run_.scope.selection());
   }
 
   void resume() {

@@ -64,7 +64,7 @@ TEST_F(SyncState, anotherNumberingForgetsUidsAndKeepsMessages) {
   states_.setCoverage(inbox_, "since 2024-01-01");
   EXPECT_EQ(states_.highestUID(inbox_), 30);
   EXPECT_EQ(states_.withoutHeldUIDs(inbox_, {5, 10, 30, 31}), (UIDs{5, 31}));
-  states_.restartNumbering(inbox_, 8);
+  states_.restartNumbering(inbox_, 8, "");
   EXPECT_EQ(states_.folderSyncState(inbox_), (FolderSyncState{8, std::nullopt, std::nullopt}));
   EXPECT_EQ(states_.highestUID(inbox_), 0);
   EXPECT_EQ(states_.coverage(inbox_), "");
