@@ -108,7 +108,7 @@ std::optional<ComplianceReport> recordControl(MailArchive& archive, std::string_
 }
 
 void checkReportDestination(const fs::path& to) {
-  if (!canSetPdf()) throw PdfError(PdfError::NoFont{});
+  requireFonts();
   const auto refuse = [&to](int error) { throw FileError(FileError::Action::create, to, error); };
   std::error_code ignored;
   const fs::file_status status = fs::status(to, ignored);

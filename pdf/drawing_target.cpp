@@ -1,12 +1,12 @@
 #include "pdf/drawing_target.h"
 
-#include <cairo-pdf.h>
 #include <fmt/format.h>
 
 #include <array>
 #include <new>
 
 #include "base/calendar.h"
+#include "pdf/drawing_library.h"
 #include "pdf/pdf_document.h"
 #include "pdf/pdf_error.h"
 
@@ -24,9 +24,10 @@ constexpr std::array<Colour, 5> kColours = {
 }  // namespace
 
 DrawingTarget::DrawingTarget(const PdfSetup& setup)
-    : surface_(cairo_pdf_surface_create_for_stream(append, &bytes_, sheet::kWidth, sheet::kHeight),
-               cairo_surface_destroy),
-      context_(cairo_create(surface_.get()), cairo_destroy) {
+    : surface_(library().cairo_pdf_surface_create_for_stream(append, &bytes_, sheet::kWidth,
+                                                             sheet::kHeight),
+               library().cairo_surface_destroy),
+      context_(library().cairo_create(surface_.get()), library().cairo_destroy) {
   setInformation(setup);
 }
 
@@ -41,7 +42,7 @@ cairo_status_t DrawingTarget::append(void* bytes, const unsigned char* data, uns
 
 void DrawingTarget::setInformation(const PdfSetup& setup) {
   const auto set = [this](cairo_pdf_metadata_t key, const std::string& text) {
-    cairo_pdf_surface_set_metadata(surface_.get(), key, settableText(text).c_str());
+    library().cairo_pdf_surface_set_metadata(surface_.get(), key, settableText(text).c_str());
   };
   set(CAIRO_PDF_METADATA_TITLE, setup.title);
   set(CAIRO_PDF_METADATA_AUTHOR, setup.author);
@@ -53,38 +54,38 @@ void DrawingTarget::setInformation(const PdfSetup& setup) {
 
 void DrawingTarget::setColour(PdfTone tone) {
   const Colour& colour = kColours[static_cast<std::size_t>(tone)];
-  cairo_set_source_rgb(context_.get(), colour.red, colour.green, colour.blue);
+  library().cairo_set_source_rgb(context_.get(), colour.red, colour.green, colour.blue);
 }
 
 void DrawingTarget::drawLine(const SetLine& line, double left, double top) {
   unknownCharacters_ += line.unknownCharacters;
   setColour(line.tone);
-  cairo_move_to(context_.get(), left + line.left, top + line.ascent);
-  pango_cairo_show_layout_line(context_.get(), line.line);
+  library().cairo_move_to(context_.get(), left + line.left, top + line.ascent);
+  library().pango_cairo_show_layout_line(context_.get(), line.line);
 }
 
 void DrawingTarget::drawRule(double left, double right, double top, double width, PdfTone tone) {
   setColour(tone);
-  cairo_set_line_width(context_.get(), width);
-  cairo_move_to(context_.get(), left, top);
-  cairo_line_to(context_.get(), right, top);
-  cairo_stroke(context_.get());
+  library().cairo_set_line_width(context_.get(), width);
+  library().cairo_move_to(context_.get(), left, top);
+  library().cairo_line_to(context_.get(), right, top);
+  library().cairo_stroke(context_.get());
 }
 
-void DrawingTarget::endPage() { cairo_show_page(context_.get()); }
+void DrawingTarget::endPage() { library().cairo_show_page(context_.get()); }
 
 void DrawingTarget::addToOutline(const std::string& title, int page, double top) {
-  cairo_pdf_surface_add_outline(surface_.get(), CAIRO_PDF_OUTLINE_ROOT, settableText(title).c_str(),
-                                fmt::format("page={} pos=[0 {:.0f}]", page, top).c_str(),
-                                CAIRO_PDF_OUTLINE_FLAG_OPEN);
+  library().cairo_pdf_surface_add_outline(
+      surface_.get(), CAIRO_PDF_OUTLINE_ROOT, settableText(title).c_str(),
+      fmt::format("page={} pos=[0 {:.0f}]", page, top).c_str(), CAIRO_PDF_OUTLINE_FLAG_OPEN);
 }
 
 Bytes DrawingTarget::finish() {
-  cairo_status_t status = cairo_status(context_.get());
-  cairo_surface_finish(surface_.get());
-  if (status == CAIRO_STATUS_SUCCESS) status = cairo_surface_status(surface_.get());
+  cairo_status_t status = library().cairo_status(context_.get());
+  library().cairo_surface_finish(surface_.get());
+  if (status == CAIRO_STATUS_SUCCESS) status = library().cairo_surface_status(surface_.get());
   if (status != CAIRO_STATUS_SUCCESS) {
-    throw PdfError(PdfError::Library{cairo_status_to_string(status)});
+    throw PdfError(PdfError::Library{library().cairo_status_to_string(status)});
   }
   return std::move(bytes_);
 }

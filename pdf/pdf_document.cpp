@@ -1,20 +1,20 @@
 #include "pdf/pdf_document.h"
 
-#include <fontconfig/fontconfig.h>
-
+#include "pdf/drawing_library.h"
 #include "pdf/drawing_target.h"
+#include "pdf/pdf_error.h"
 #include "pdf/text_setter.h"
 
 namespace ambervane {
 
-bool canSetPdf() {
-  const FcFontSet* fonts = FcConfigGetFonts(nullptr, FcSetSystem);
+void requireFonts() {
+  const FcFontSet* fonts = library().FcConfigGetFonts(nullptr, FcSetSystem);
   for (int i = 0; fonts != nullptr && i < fonts->nfont; ++i) {
     FcBool isOutline = FcFalse;
-    const FcResult result = FcPatternGetBool(fonts->fonts[i], FC_OUTLINE, 0, &isOutline);
-    if (result == FcResultMatch && isOutline != FcFalse) return true;
+    const FcResult result = library().FcPatternGetBool(fonts->fonts[i], FC_OUTLINE, 0, &isOutline);
+    if (result == FcResultMatch && isOutline != FcFalse) return;
   }
-  return false;
+  throw PdfError(PdfError::NoFont{});
 }
 
 PdfDocument setPdf(const PdfSetup& setup, const std::function<void(PageFlow&)>& content) {

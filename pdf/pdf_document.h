@@ -30,8 +30,9 @@ struct PdfDocument {
   std::int64_t unknownCharacters = 0;
 };
 
-/// Whether this system has any font that can be embedded. Without one `setPdf` refuses.
-bool canSetPdf();
+/// Throws PdfError where `setPdf` could do nothing: there is no font that can be embedded, or the
+/// libraries are missing.
+void requireFonts();
 
 /// Sets a document on sheets of A4, fonts embedded as far as they are used. `content` is called
 /// twice and must do the same both times: pages are counted before they are drawn. The same

@@ -4,8 +4,8 @@
 #include <array>
 
 #include "base/text.h"
+#include "pdf/drawing_library.h"
 #include "pdf/pdf_document.h"
-#include "pdf/pdf_error.h"
 
 namespace ambervane {
 namespace {
@@ -40,33 +40,7 @@ double points(int pangoUnits) { return static_cast<double>(pangoUnits) / PANGO_S
 
 template <typename Object>
 std::shared_ptr<Object> owned(Object* object) {
-  return {object, g_object_unref};
-}
-
-SetLine lineAt(PangoLayoutIter* iterator, const std::shared_ptr<PangoLayout>& layout,
-               PdfTone tone) {
-  PangoRectangle logical;
-  pango_layout_iter_get_line_extents(iterator, nullptr, &logical);
-  SetLine line;
-  line.layout = layout;
-  line.line = pango_layout_iter_get_line_readonly(iterator);
-  line.tone = tone;
-  line.unknownCharacters = unknownGlyphs(line.line);
-  line.left = points(logical.x);
-  line.height = points(logical.height) * kLeading;
-  line.ascent = points(pango_layout_iter_get_baseline(iterator) - logical.y) +
-                (line.height - points(logical.height)) / 2;
-  return line;
-}
-
-std::vector<SetLine> linesOf(const std::shared_ptr<PangoLayout>& layout, PdfTone tone) {
-  std::vector<SetLine> lines;
-  const std::unique_ptr<PangoLayoutIter, decltype(&pango_layout_iter_free)> iterator(
-      pango_layout_get_iter(layout.get()), pango_layout_iter_free);
-  do {
-    lines.push_back(lineAt(iterator.get(), layout, tone));
-  } while (pango_layout_iter_next_line(iterator.get()));
-  return lines;
+  return {object, library().g_object_unref};
 }
 
 std::int64_t unknownGlyphs(PangoLayoutLine* line) {
@@ -78,6 +52,32 @@ std::int64_t unknownGlyphs(PangoLayoutLine* line) {
     }
   }
   return count;
+}
+
+SetLine lineAt(PangoLayoutIter* iterator, const std::shared_ptr<PangoLayout>& layout,
+               PdfTone tone) {
+  PangoRectangle logical;
+  library().pango_layout_iter_get_line_extents(iterator, nullptr, &logical);
+  SetLine line;
+  line.layout = layout;
+  line.line = library().pango_layout_iter_get_line_readonly(iterator);
+  line.tone = tone;
+  line.unknownCharacters = unknownGlyphs(line.line);
+  line.left = points(logical.x);
+  line.height = points(logical.height) * kLeading;
+  line.ascent = points(library().pango_layout_iter_get_baseline(iterator) - logical.y) +
+                (line.height - points(logical.height)) / 2;
+  return line;
+}
+
+std::vector<SetLine> linesOf(const std::shared_ptr<PangoLayout>& layout, PdfTone tone) {
+  std::vector<SetLine> lines;
+  const std::shared_ptr<PangoLayoutIter> iterator(library().pango_layout_get_iter(layout.get()),
+                                                  library().pango_layout_iter_free);
+  do {
+    lines.push_back(lineAt(iterator.get(), layout, tone));
+  } while (library().pango_layout_iter_next_line(iterator.get()));
+  return lines;
 }
 
 }  // namespace
@@ -98,40 +98,42 @@ std::string settableText(std::string_view text) {
 }
 
 TextSetter::TextSetter(const std::string& language) {
-  if (!canSetPdf()) throw PdfError(PdfError::NoFont{});
-  context_ = owned(pango_font_map_create_context(pango_cairo_font_map_get_default()));
+  requireFonts();
+  context_ =
+      owned(library().pango_font_map_create_context(library().pango_cairo_font_map_get_default()));
   // A unit is a point, and characters stand where the design of the font has them, not on pixels.
-  pango_cairo_context_set_resolution(context_.get(), 72);
-  const std::unique_ptr<cairo_font_options_t, decltype(&cairo_font_options_destroy)> options(
-      cairo_font_options_create(), cairo_font_options_destroy);
-  cairo_font_options_set_hint_style(options.get(), CAIRO_HINT_STYLE_NONE);
-  cairo_font_options_set_hint_metrics(options.get(), CAIRO_HINT_METRICS_OFF);
-  pango_cairo_context_set_font_options(context_.get(), options.get());
-  pango_context_set_round_glyph_positions(context_.get(), FALSE);
-  pango_context_set_language(context_.get(), pango_language_from_string(language.c_str()));
+  library().pango_cairo_context_set_resolution(context_.get(), 72);
+  const std::shared_ptr<cairo_font_options_t> options(library().cairo_font_options_create(),
+                                                      library().cairo_font_options_destroy);
+  library().cairo_font_options_set_hint_style(options.get(), CAIRO_HINT_STYLE_NONE);
+  library().cairo_font_options_set_hint_metrics(options.get(), CAIRO_HINT_METRICS_OFF);
+  library().pango_cairo_context_set_font_options(context_.get(), options.get());
+  library().pango_context_set_round_glyph_positions(context_.get(), FALSE);
+  library().pango_context_set_language(context_.get(),
+                                       library().pango_language_from_string(language.c_str()));
 }
 
 std::shared_ptr<PangoLayout> TextSetter::layout(std::string_view text, PdfStyle style, double width,
                                                 PdfAlignment alignment) {
-  auto layout = owned(pango_layout_new(context_.get()));
+  auto layout = owned(library().pango_layout_new(context_.get()));
   const StyleFacts& look = facts(style);
-  const std::unique_ptr<PangoFontDescription, decltype(&pango_font_description_free)> font(
-      pango_font_description_new(), pango_font_description_free);
-  pango_font_description_set_family_static(font.get(), look.families);
-  pango_font_description_set_size(font.get(), static_cast<int>(look.size * PANGO_SCALE));
-  pango_font_description_set_weight(font.get(),
-                                    look.bold ? PANGO_WEIGHT_BOLD : PANGO_WEIGHT_NORMAL);
-  pango_layout_set_font_description(layout.get(), font.get());
-  PangoAttrList* attributes = pango_attr_list_new();
+  const std::shared_ptr<PangoFontDescription> font(library().pango_font_description_new(),
+                                                   library().pango_font_description_free);
+  library().pango_font_description_set_family_static(font.get(), look.families);
+  library().pango_font_description_set_size(font.get(), static_cast<int>(look.size * PANGO_SCALE));
+  library().pango_font_description_set_weight(font.get(),
+                                              look.bold ? PANGO_WEIGHT_BOLD : PANGO_WEIGHT_NORMAL);
+  library().pango_layout_set_font_description(layout.get(), font.get());
+  PangoAttrList* attributes = library().pango_attr_list_new();
   // A hyphen inside a digest or a path would be taken for a part of it.
-  pango_attr_list_insert(attributes, pango_attr_insert_hyphens_new(FALSE));
-  pango_layout_set_attributes(layout.get(), attributes);
-  pango_attr_list_unref(attributes);
-  pango_layout_set_wrap(layout.get(), PANGO_WRAP_WORD_CHAR);
-  pango_layout_set_width(layout.get(), static_cast<int>(width * PANGO_SCALE));
-  pango_layout_set_alignment(layout.get(),
-                             alignment == PdfAlignment::end ? PANGO_ALIGN_RIGHT : PANGO_ALIGN_LEFT);
-  pango_layout_set_text(layout.get(), text.data(), static_cast<int>(text.size()));
+  library().pango_attr_list_insert(attributes, library().pango_attr_insert_hyphens_new(FALSE));
+  library().pango_layout_set_attributes(layout.get(), attributes);
+  library().pango_attr_list_unref(attributes);
+  library().pango_layout_set_wrap(layout.get(), PANGO_WRAP_WORD_CHAR);
+  library().pango_layout_set_width(layout.get(), static_cast<int>(width * PANGO_SCALE));
+  library().pango_layout_set_alignment(
+      layout.get(), alignment == PdfAlignment::end ? PANGO_ALIGN_RIGHT : PANGO_ALIGN_LEFT);
+  library().pango_layout_set_text(layout.get(), text.data(), static_cast<int>(text.size()));
   return layout;
 }
 
@@ -146,7 +148,8 @@ void TextSetter::set(const PdfText& text, double width, PdfAlignment alignment,
       std::size_t taken = piece.size();
       if (taken < rest.size() && lines.size() > 1) {
         // The piece's last line is where more text belongs: it begins the next piece.
-        taken = static_cast<std::size_t>(pango_layout_line_get_start_index(lines.back().line));
+        taken = static_cast<std::size_t>(
+            library().pango_layout_line_get_start_index(lines.back().line));
         lines.pop_back();
       }
       rest.remove_prefix(taken);
@@ -160,8 +163,8 @@ SetLine TextSetter::single(const PdfText& text, double width, PdfAlignment align
   std::ranges::replace(settable, '\n', ' ');
   const auto set =
       layout(prefixCharacters(settable, kPieceCharacters), text.style, width, alignment);
-  pango_layout_set_single_paragraph_mode(set.get(), TRUE);
-  pango_layout_set_ellipsize(set.get(), PANGO_ELLIPSIZE_END);
+  library().pango_layout_set_single_paragraph_mode(set.get(), TRUE);
+  library().pango_layout_set_ellipsize(set.get(), PANGO_ELLIPSIZE_END);
   return linesOf(set, text.tone).front();
 }
 
