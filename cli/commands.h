@@ -53,6 +53,9 @@ int smart(const Arguments& arguments, Console& console);
 int sealCommand(const Arguments& arguments, Console& console);
 int detect(const Arguments& arguments, Console& console);
 int bench(const Arguments& arguments, Console& console);
+int timestamp(const Arguments& arguments, Console& console);
+int verify(const Arguments& arguments, Console& console);
+int gaps(const Arguments& arguments, Console& console);
 
 // What commands share.
 

@@ -29,7 +29,7 @@ int search(const Arguments& arguments, Console& console) {
   query.limit = parseInteger(arguments.option("limit").value_or("")).value_or(kDefaultLimit);
   query.sort = sortFrom(arguments);
   const auto archive = openArchive(arguments, console, OpenMode::readOnly);
-  const SearchResult result = searchArchive(*archive, query);
+  const SearchResult result = searchArchive(*archive, query, SearchRanks::whenOrdering);
   printHits(result, console.out);
   if (!query.isEmpty()) noteUnrecorded(*archive, console.out);
   archive->close();

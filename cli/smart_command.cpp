@@ -89,9 +89,8 @@ void showFolder(MailArchive& archive, const Arguments& arguments, Console& conso
     return parseInteger(arguments.option(option).value_or("")).value_or(otherwise);
   };
   const SmartFolder folder = requireFolder(archive, arguments.positional[2]);
-  printHits(
-      searchArchive(archive, folder.query(number("limit", kDefaultLimit), number("offset", 0))),
-      console.out);
+  const SearchQuery query = folder.query(number("limit", kDefaultLimit), number("offset", 0));
+  printHits(searchArchive(archive, query, SearchRanks::whenOrdering), console.out);
   noteUnrecorded(archive, console.out);
 }
 

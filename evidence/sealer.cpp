@@ -64,10 +64,12 @@ LocalizedMessage SealError::message() const {
   return std::visit(Words{}, reason_);
 }
 
-Sealer::Sealer(fs::path keyURL, fs::path sealsDirectory, Clock clock, bool writable)
+Sealer::Sealer(fs::path keyURL, fs::path sealsDirectory, Clock clock, bool writable,
+               TimestampEnvironment timestamps)
     : keyURL_(std::move(keyURL)),
       sealsDirectory_(std::move(sealsDirectory)),
-      clock_(std::move(clock)) {
+      clock_(std::move(clock)),
+      timestamps_(std::move(timestamps)) {
   if (!writable) return;
   createFolders(sealsDirectory_);
   const fs::path keys = keyURL_.parent_path();
@@ -109,14 +111,41 @@ ChainSeal Sealer::seal(const std::string& chainHead, std::int64_t entryCount,
   seal.entryCount = entryCount;
   seal.messageCount = messageCount;
   seal.publicKey = base64Encode(key.publicKey());
-  seal.signature = base64Encode(key.sign(seal.signedPayload()));
+  const Bytes signature = key.sign(seal.signedPayload());
+  seal.signature = base64Encode(signature);
   const fs::path path = sealsDirectory_ / fmt::format("{:08}{}", seal.sealNumber, kSealSuffix);
   // Where the folder cannot be listed, the number may be taken: better no seal than one replaced.
   std::error_code ignored;
   if (fs::exists(path, ignored)) throw FileError(FileError::Action::create, path, EEXIST);
+  addTimestamp(seal, signature);
   writeFileAtomically(path, encodeChainSeal(seal));
   setImmutable(path);  // the seal stands without the flag too
   return seal;
+}
+
+/// Never stands in the way of the seal: without a token, it says why there is none.
+void Sealer::addTimestamp(ChainSeal& seal, BytesView signature) const {
+  const TimestampOutcome outcome =
+      askForTimestamp(authorities_, sha256(signature), kTimestampTimeout, clock_, timestamps_);
+  if (outcome.token) {
+    seal.timestampToken = outcome.token->token;
+    seal.timestampAuthority = outcome.token->authority;
+    // As the file holds it; the fraction stays in the token.
+    if (const auto time = outcome.token->generatedAt)
+      seal.timestampedAt = {std::floor(time->seconds)};
+  } else if (!outcome.failure.empty()) {
+    seal.timestampFailure = outcome.failure;
+  }
+}
+
+std::optional<std::string> Sealer::timestampAuthority() const {
+  if (authorities_.empty()) return std::nullopt;
+  return authorities_.front();
+}
+
+void Sealer::setTimestampAuthority(const std::optional<std::string>& url) {
+  authorities_.clear();
+  if (url) authorities_.push_back(*url);
 }
 
 std::vector<fs::path> Sealer::sealFiles() const {

@@ -14,6 +14,7 @@
 #include "base/ed25519.h"
 #include "base/localized_message.h"
 #include "evidence/chain_seal.h"
+#include "evidence/timestamp_round.h"
 
 namespace ambervane {
 
@@ -37,10 +38,12 @@ class SealError final : public TranslatableError {
 /// changed. Loading the key is safe from any thread; sealing relies on the archive's write lock.
 class Sealer {
  public:
+  static constexpr double kTimestampTimeout = 10;  ///< seconds
+
   /// When `writable`, creates `sealsDirectory` and the folder of `keyURL` (for the owner alone)
   /// where they are missing; throws FileError. Does not touch the key.
   Sealer(std::filesystem::path keyURL, std::filesystem::path sealsDirectory,
-         Clock clock = systemNow, bool writable = true);
+         Clock clock = systemNow, bool writable = true, TimestampEnvironment timestamps = {});
   Sealer(const Sealer&) = delete;
   Sealer& operator=(const Sealer&) = delete;
 
@@ -52,9 +55,17 @@ class Sealer {
   /// Where the key lies, for records.
   static std::string keyLocationDescription();
 
-  /// Signs and writes the next seal, and makes its file immutable where the system can. Throws
-  /// FileError or SealError; there is then no file of that number or, if only the flush of the
-  /// folder failed, a whole one.
+  /// The URLs asked for a timestamp, in this order; none at first. To be set before seals are made.
+  const std::vector<std::string>& timestampAuthorities() const noexcept { return authorities_; }
+  void setTimestampAuthorities(std::vector<std::string> urls) { authorities_ = std::move(urls); }
+  /// A view on the list: its first URL; setting makes it a list of that one, or empties it.
+  std::optional<std::string> timestampAuthority() const;
+  void setTimestampAuthority(const std::optional<std::string>& url);
+
+  /// Signs the next seal, asks for a timestamp over the signature, writes the seal with what came
+  /// of that, and makes its file immutable where the system can. Each authority may take
+  /// `kTimestampTimeout` seconds. Throws FileError or SealError; there is then no file of that
+  /// number or, if only the flush of the folder failed, a whole one.
   ChainSeal seal(const std::string& chainHead, std::int64_t entryCount, std::int64_t messageCount);
 
   /// 1, or one more than the highest number among the seal files, readable or not.
@@ -74,11 +85,14 @@ class Sealer {
 
  private:
   Ed25519PrivateKey privateKey();
+  void addTimestamp(ChainSeal& seal, BytesView signature) const;
   std::vector<std::filesystem::path> sealFiles() const;
 
   const std::filesystem::path keyURL_;
   const std::filesystem::path sealsDirectory_;
   const Clock clock_;
+  const TimestampEnvironment timestamps_;
+  std::vector<std::string> authorities_;
   std::mutex mutex_;  ///< guards `cachedKey_` and the making of a key
   std::optional<Ed25519PrivateKey> cachedKey_;
 };

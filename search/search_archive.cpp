@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <string_view>
+#include <utility>
 
 #include "query/query_builder.h"
 #include "store/query_context.h"
@@ -9,24 +11,65 @@
 namespace ambervane {
 namespace {
 
-std::vector<SearchHit> readHits(SQLiteDatabase& database, const BuiltQuery& built) {
-  std::vector<SearchHit> hits;
-  const QueryValues params = built.hitsParams();
-  database.forEachRow(built.hitsSql(), bindingsOf(params), [&hits](const Row& row) {
-    hits.push_back({MessageRow(row), row.real("rank").value_or(0), row.optionalString("snippet")});
-    return true;
-  });
-  return hits;
-}
+/// Finds a page and counts.
+///
+/// Only identifiers go through SQLite's sorter and its removal of duplicates: whole rows there cost
+/// several times the search itself. The rows of the page are fetched afterwards.
+class Search {
+ public:
+  Search(Catalog& catalog, const BuiltQuery& built, bool wantsRank)
+      : catalog_(catalog), built_(built), wantsRank_(wantsRank) {}
 
-std::int64_t countMatches(SQLiteDatabase& database, const BuiltQuery& built, std::size_t hits) {
-  const auto found = static_cast<std::int64_t>(hits);
-  // A page that is not full is the last one, so what lies before it and on it is everything.
-  const std::int64_t offset = std::max<std::int64_t>(built.offset, 0);
-  const bool isLast = built.limit < 0 || found < built.limit;
-  if (isLast && (found > 0 || offset == 0)) return std::min(offset + found, kCountCap);
-  return database.count(built.countSql(), bindingsOf(built.params));
-}
+  std::vector<SearchHit> page() {
+    const QueryValues params = built_.hitsParams();
+    std::vector<std::pair<std::int64_t, double>> found;
+    catalog_.database().forEachRow(pageSql(), bindingsOf(params), [&](const Row& row) {
+      found.emplace_back(row.integer("id"), row.real("rank").value_or(0));
+      total_ = row.optionalInteger("n");
+      return true;
+    });
+    std::vector<SearchHit> hits;
+    hits.reserve(found.size());
+    for (const auto& [id, rank] : found) {
+      auto message = catalog_.message(id);
+      if (!message) continue;
+      auto highlight = message->snippet;
+      hits.push_back({*std::move(message), rank, std::move(highlight)});
+    }
+    return hits;
+  }
+
+  /// `hits`: how many the page has.
+  std::int64_t count(std::size_t hits) {
+    if (total_) return std::min(*total_, kCountCap);
+    const auto found = static_cast<std::int64_t>(hits);
+    // A page that is not full is the last one, so what lies before it and on it is everything.
+    const std::int64_t offset = std::max<std::int64_t>(built_.offset, 0);
+    const bool isLast = built_.limit < 0 || found < built_.limit;
+    if (isLast && (found > 0 || offset == 0)) return std::min(offset + found, kCountCap);
+    return catalog_.database().count(built_.countSql(), bindingsOf(built_.params));
+  }
+
+ private:
+  std::string pageSql() const {
+    if (wantsRank_) {
+      std::string sql = built_.hitsSql();
+      constexpr std::string_view kAllColumns = "m.*";
+      return sql.replace(sql.find(kAllColumns), kAllColumns.size(), "m.id AS id");
+    }
+    std::string columns = built_.distinct + "m.id AS id";
+    // Full text has to find all matches to sort them; to find them again for the count would take
+    // as long again. Without it the order may come from an index and the rest is never looked at.
+    if (built_.usedFullText && built_.distinct.empty()) columns += ", COUNT(*) OVER () AS n";
+    return "SELECT " + columns + " " + built_.from + " " + built_.joins + built_.where + " " +
+           built_.order + " LIMIT ? OFFSET ?";
+  }
+
+  Catalog& catalog_;
+  const BuiltQuery& built_;
+  const bool wantsRank_;
+  std::optional<std::int64_t> total_;
+};
 
 void record(MailArchive& archive, const SearchQuery& query, std::int64_t totalMatches) {
   if (!query.recordInJournal || query.isEmpty()) return;
@@ -47,13 +90,15 @@ std::string SearchResult::displayCount() const {
   return countIsExact ? text : text + "+";
 }
 
-SearchResult searchArchive(MailArchive& archive, const SearchQuery& query) {
+SearchResult searchArchive(MailArchive& archive, const SearchQuery& query, SearchRanks ranks) {
   const auto start = std::chrono::steady_clock::now();
-  SQLiteDatabase& database = archive.catalog().database();
   const BuiltQuery built = buildQuery(query, queryContext(archive));
+  const bool wantsRank =
+      built.usedFullText && (ranks == SearchRanks::always || query.sort == SearchSort::relevance);
+  Search search(archive.catalog(), built, wantsRank);
   SearchResult result;
-  result.hits = readHits(database, built);
-  result.totalMatches = countMatches(database, built, result.hits.size());
+  result.hits = search.page();
+  result.totalMatches = search.count(result.hits.size());
   result.usedFullText = built.usedFullText;
   result.countIsExact = result.totalMatches < kCountCap;
   record(archive, query, result.totalMatches);

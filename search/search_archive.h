@@ -32,9 +32,16 @@ struct SearchResult {
   std::string displayCount() const;
 };
 
+/// Whether hits carry their bm25 value.
+enum class SearchRanks {
+  always,       ///< with full text
+  whenOrdering  ///< only by best match; else 0, and the index is read once instead of three times
+};
+
 /// Runs a query, and journals it when it narrows anything; a journal that cannot be written does
 /// not keep the result back. Throws SQLiteError.
-SearchResult searchArchive(MailArchive& archive, const SearchQuery& query);
+SearchResult searchArchive(MailArchive& archive, const SearchQuery& query,
+                           SearchRanks ranks = SearchRanks::always);
 
 /// Every message a query selects, in its order; its page is not looked at and nothing is
 /// journalled. Throws SQLiteError.

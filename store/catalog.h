@@ -101,6 +101,9 @@ class Catalog {
   void insertHeaders(const std::vector<std::pair<std::string, std::string>>& headers,
                      std::int64_t messageID);
   void indexText(std::int64_t messageID, const IndexedText& text);
+  /// Puts one text in place of the last into "staged_fts", a table of this connection that can be
+  /// asked as message_fts is.
+  void stageText(std::int64_t messageID, const IndexedText& text);
   void removeFromIndex(std::int64_t messageID);
   void optimizeSearchIndex();
   /// Makes the full-text table where this SQLite can; `supportsFTS` tells.
@@ -154,6 +157,7 @@ class Catalog {
   bool addColumnIfMissing(const std::string& table, const std::string& column,
                           const std::string& definition);
   void detectSearchCapabilities(bool readOnly);
+  void insertText(std::string_view sql, std::int64_t messageID, const IndexedText& text);
 
   std::unique_ptr<SQLiteDatabase> db_;
   Clock clock_;

@@ -131,16 +131,31 @@ void Catalog::insertHeaders(const std::vector<std::pair<std::string, std::string
   }
 }
 
-void Catalog::indexText(std::int64_t messageID, const IndexedText& text) {
-  if (!supportsFTS_) return;
+void Catalog::insertText(std::string_view sql, std::int64_t messageID, const IndexedText& text) {
   const std::string subject = appendVariants(text.subject);
   const std::string participants = appendVariants(text.participants);
   const std::string body = appendVariants(text.body);
   const std::string attachments = appendVariants(text.attachments);
-  db_->run(
+  db_->run(sql, {messageID, subject, participants, body, attachments});
+}
+
+void Catalog::indexText(std::int64_t messageID, const IndexedText& text) {
+  if (!supportsFTS_) return;
+  insertText(
       "INSERT OR REPLACE INTO message_fts(rowid, subject, participants, body, attachments) "
       "VALUES(?, ?, ?, ?, ?)",
-      {messageID, subject, participants, body, attachments});
+      messageID, text);
+}
+
+void Catalog::stageText(std::int64_t messageID, const IndexedText& text) {
+  db_->run(
+      "CREATE VIRTUAL TABLE IF NOT EXISTS temp.staged_fts USING fts5(subject, participants, body, "
+      "attachments, tokenize='unicode61 remove_diacritics 2')");
+  db_->run("DELETE FROM temp.staged_fts");
+  insertText(
+      "INSERT INTO temp.staged_fts(rowid, subject, participants, body, attachments) VALUES(?, ?, "
+      "?, ?, ?)",
+      messageID, text);
 }
 
 void Catalog::removeFromIndex(std::int64_t messageID) {

@@ -91,6 +91,7 @@ CREATE INDEX IF NOT EXISTS idx_message_msgid ON message(message_id);
 CREATE INDEX IF NOT EXISTS idx_message_thread ON message(thread_key);
 CREATE INDEX IF NOT EXISTS idx_message_expiry ON message(expires_at) WHERE erased = 0;
 CREATE INDEX IF NOT EXISTS idx_message_erased ON message(id) WHERE erased = 1;
+CREATE INDEX IF NOT EXISTS idx_message_browse ON message(sent_at DESC, id DESC) WHERE erased = 0;
 CREATE INDEX IF NOT EXISTS idx_message_unplaced ON message(id) WHERE pack_id IS NULL;
 
 CREATE TABLE IF NOT EXISTS message_folder(

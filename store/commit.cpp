@@ -227,7 +227,7 @@ class Commit {
     applyMatchingHolds();
     recordIngested(id, insert);
     if (const auto rules = activeTagRules(archive_); !rules->empty()) {
-      applyTagRules(archive_, id, *rules, "rule");
+      applyTagRules(archive_, id, *rules, "rule", &message_.indexed);
     }
   }
 

@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::size_t kMaximumListedFailures = 50;
 constexpr std::size_t kMaximumListedNotMail = 20;
+/// Messages under one flush.
+constexpr std::size_t kMaximumGroup = 256;
 constexpr std::uint64_t kRoomReserve = 67108864;
 
 /// The committing side of a run.
@@ -36,16 +38,22 @@ class IngestRun {
                                          options.username, options.sourcePath);
   }
 
-  void commitBatch(const IngestPipeline::Batch& items) {
+  /// Commits `items` and, under the same flush, the batches behind them that are ready by then: a
+  /// slow disk so delays a group of batches once and not each of them.
+  void commitGroup(IngestPipeline::Batch items, IngestPipeline& pipeline) {
     const std::int64_t entriesBefore = archive_.journal().count();
     try {
       std::optional<IngestBatch> batch(std::in_place, archive_);
-      for (const auto& item : items) {
-        commitItem(*item);
-        if (!archive_.isSealDue()) continue;
-        // A seal counts messages, so those before it must be there to stay.
-        batch->finish();
-        batch.emplace(archive_);
+      for (std::size_t taken = 0; !items.empty(); items = pipeline.next()) {
+        for (const auto& item : items) {
+          commitItem(*item);
+          if (!archive_.isSealDue()) continue;
+          // A seal counts messages, so those before it must be there to stay.
+          batch->finish();
+          batch.emplace(archive_);
+        }
+        taken += items.size();
+        if (taken >= kMaximumGroup || !pipeline.hasPrepared()) break;
       }
       batch->finish();
     } catch (const std::exception& error) {
@@ -205,7 +213,7 @@ IngestSummary ingestAll(MailArchive& archive, MessageImporter& importer,
   };
   IngestPipeline pipeline(importer, settings, shouldCancel);
   for (auto items = pipeline.next(); !items.empty(); items = pipeline.next()) {
-    run.commitBatch(items);
+    run.commitGroup(std::move(items), pipeline);
   }
   if (pipeline.failure()) std::rethrow_exception(pipeline.failure());
   return run.finish(pipeline.cancelled());

@@ -1,6 +1,7 @@
 #include "store/ingest_pipeline.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <utility>
 
@@ -109,12 +110,24 @@ bool IngestPipeline::add(std::unique_ptr<Item> item) {
 
 bool IngestPipeline::handOver() {
   std::unique_lock lock(mutex_);
-  // One batch waits, prepared or being prepared, while the caller commits the one before it.
-  changed_.wait(lock, [this] { return abandoned_ || ready_.empty(); });
+  changed_.wait(lock, [this] {
+    return abandoned_ || ready_.empty() ||
+           (ready_.size() < kMaximumWaiting && bytesHeld_ < kManyWaitBelowBytes);
+  });
   if (abandoned_) return false;
   if (!assembling_.empty()) ready_.push_back(std::exchange(assembling_, {}));
   changed_.notify_all();
   return true;
+}
+
+bool IngestPipeline::hasPrepared() {
+  const std::lock_guard lock(mutex_);
+  if (ready_.empty()) return false;
+  const auto isDone = [](const std::unique_ptr<Item>& item) {
+    return !item->done.valid() ||
+           item->done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  };
+  return std::all_of(ready_.front().begin(), ready_.front().end(), isDone);
 }
 
 IngestPipeline::Batch IngestPipeline::next() {

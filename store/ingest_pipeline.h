@@ -22,12 +22,17 @@ namespace ambervane {
 
 /// Reads a source on a thread of its own and prepares its messages on all processors while the
 /// caller commits those before them. Batches come out in the source's order. What is read, prepared
-/// and not yet committed is bounded in bytes and in batches.
+/// and not yet committed is bounded in bytes and in batches. Several batches may wait, so that the
+/// processors stay busy while the caller waits for a disk, and the caller can then take all that are
+/// ready under one flush.
 class IngestPipeline {
  public:
   /// Messages in a batch, and raw bytes in all batches together.
   static std::size_t batchMessages();
   static constexpr std::size_t kMaximumBytes = 67108864;
+  /// Batches that wait for the caller, as long as all that is held is small; else one.
+  static constexpr std::size_t kMaximumWaiting = 32;
+  static constexpr std::size_t kManyWaitBelowBytes = 16777216;
 
   /// One message, or one item the source could not read.
   struct Item {
@@ -51,6 +56,8 @@ class IngestPipeline {
 
   /// The next batch; empty when the source has ended. The batch before it must be done with.
   Batch next();
+  /// Whether `next` would return a batch without waiting.
+  bool hasPrepared();
   /// What ended the source before its end, once `next` has returned an empty batch.
   std::exception_ptr failure() const { return failure_; }
   bool cancelled() const noexcept { return cancelled_; }

@@ -11,6 +11,7 @@
 #include "base/file.h"
 #include "base/text.h"
 #include "doctext/document_helper.h"
+#include "evidence/timestamp_defaults.h"
 #include "platform/code_signature.h"
 #include "platform/host.h"
 #include "platform/immutable_flag.h"
@@ -123,11 +124,7 @@ MailArchive::MailArchive(fs::path url, OpenMode mode, ArchiveEnvironment environ
                 : std::make_unique<ArchiveLock>(url_, now());
   }
   openParts();
-  if (readOnly_) {
-    dictionaries_->prepareForReading();
-  } else {
-    prepareForWriting();
-  }
+  if (!readOnly_) prepareForWriting();
 }
 
 MailArchive::~MailArchive() = default;
@@ -182,14 +179,24 @@ void MailArchive::openParts() {
       journalPath, AuditJournal::defaultActor, journals,
       environment_.journalLock ? environment_.journalLock : systemFileLock, environment_.clock);
   sealer_ = std::make_unique<Sealer>(url_ / "keys" / "seal.key", url_ / "chain" / "seals",
-                                     environment_.clock, !readOnly_);
-  const fs::path keyDatabase = url_ / "keys" / "content-keys.sqlite";
-  const fs::path masterKey = url_ / "keys" / "master.key";
-  keys_ = readOnly_ ? ContentKeyStore::reading(keyDatabase, masterKey,
-                                               storage_ == StorageAccess::readOnlyMedium)
-                    : ContentKeyStore::writing(keyDatabase, masterKey, environment_.clock);
+                                     environment_.clock, !readOnly_, environment_.timestamps);
+  sealer_->setTimestampAuthorities(timestampAuthorities(catalog_->meta("timestamp_authority")));
+  if (!readOnly_) keys();
   dictionaries_ = std::make_unique<DictionaryKeeper>(*catalog_, url_ / "dict",
                                                      manifest_.dictionaryTrainingSample);
+}
+
+void MailArchive::openKeys() {
+  const fs::path database = url_ / "keys" / "content-keys.sqlite";
+  const fs::path masterKey = url_ / "keys" / "master.key";
+  keys_ = readOnly_ ? ContentKeyStore::reading(database, masterKey,
+                                               storage_ == StorageAccess::readOnlyMedium)
+                    : ContentKeyStore::writing(database, masterKey, environment_.clock);
+}
+
+ContentKeyStore& MailArchive::keys() {
+  std::call_once(keysOpened_, [this] { openKeys(); });
+  return *keys_;
 }
 
 void MailArchive::prepareForWriting() {

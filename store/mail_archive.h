@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,6 +35,7 @@ struct ArchiveEnvironment {
   Clock clock = systemNow;
   LockFunction archiveLock;  ///< empty: the system's flock
   LockFunction journalLock;  ///< empty: the system's flock
+  TimestampEnvironment timestamps = {};
 };
 
 /// Whether a writable opening wants what the medium may refuse.
@@ -70,7 +72,9 @@ class MailArchive {
   AuditJournal& journal() noexcept { return *journal_; }
   Sealer& sealer() noexcept { return *sealer_; }
   DictionaryKeeper& dictionaries() noexcept { return *dictionaries_; }
-  ContentKeyStore& keys() noexcept { return *keys_; }
+  /// Open with an archive for writing; else opened when first asked for, since most reading does
+  /// without. Throws KeyError, SQLiteError then.
+  ContentKeyStore& keys();
   SolidBlockWriter& solidBlock() noexcept { return solidBlock_; }
   SolidBlockReader& solidReader() noexcept { return solidReader_; }
   /// Reads attachments for the index; null when the policy wants none read.
@@ -129,6 +133,7 @@ class MailArchive {
   void decideMode(OpenMode mode);
   void keepFormatDescriptionCurrent();
   void openParts();
+  void openKeys();
   void prepareForWriting();
   void removeTemporaryFiles();
   void settleCurrentPack();
@@ -152,6 +157,7 @@ class MailArchive {
   std::unique_ptr<AuditJournal> journal_;
   std::unique_ptr<Sealer> sealer_;
   std::unique_ptr<ContentKeyStore> keys_;
+  std::once_flag keysOpened_;
   std::unique_ptr<DictionaryKeeper> dictionaries_;
   SolidBlockWriter solidBlock_;
   SolidBlockReader solidReader_;

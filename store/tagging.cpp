@@ -10,16 +10,42 @@
 namespace ambervane {
 namespace {
 
-/// Whether `rule` matches a message that is in the catalog.
-bool matches(MailArchive& archive, const TagRule& rule, std::int64_t messageID) {
-  const auto filter = FilterCompiler::compile(rule.filter, queryContext(archive));
-  if (!filter) return false;
-  QueryValues values = {messageID};
-  values.insert(values.end(), filter->params.begin(), filter->params.end());
-  const std::string sql =
-      "SELECT 1 FROM message m WHERE m.id = ? AND (" + filter->sql + ") LIMIT 1";
-  return archive.catalog().database().scalar(sql, bindingsOf(values)).has_value();
-}
+/// Asks which rules match one message that is in the catalog.
+class RuleMatcher {
+ public:
+  RuleMatcher(MailArchive& archive, std::int64_t messageID, const IndexedText* text)
+      : archive_(archive), messageID_(messageID), text_(text) {}
+
+  bool matches(const TagRule& rule) {
+    auto filter = FilterCompiler::compile(rule.filter, queryContext(archive_));
+    if (!filter) return false;
+    askOfText(filter->sql);
+    QueryValues values = {messageID_};
+    values.insert(values.end(), filter->params.begin(), filter->params.end());
+    const std::string sql =
+        "SELECT 1 FROM message m WHERE m.id = ? AND (" + filter->sql + ") LIMIT 1";
+    return archive_.catalog().database().scalar(sql, bindingsOf(values)).has_value();
+  }
+
+ private:
+  /// Full text is found for the whole archive and then compared with the message, which would make
+  /// each message that comes in dearer than the one before. Names of tables stand in the statement
+  /// as we wrote them; what users write is in its parameters.
+  void askOfText(std::string& sql) {
+    constexpr std::string_view kIndex = "message_fts";
+    if (text_ == nullptr || sql.find(kIndex) == std::string::npos) return;
+    if (!isStaged_) archive_.catalog().stageText(messageID_, *text_);
+    isStaged_ = true;
+    for (auto at = sql.find(kIndex); at != std::string::npos; at = sql.find(kIndex, at)) {
+      sql.replace(at, kIndex.size(), "staged_fts");
+    }
+  }
+
+  MailArchive& archive_;
+  const std::int64_t messageID_;
+  const IndexedText* text_;
+  bool isStaged_ = false;
+};
 
 ArchiveTag tagMessages(MailArchive& archive, std::string_view name, const std::string& colour,
                        const std::vector<std::int64_t>& messageIDs, const std::string& by) {
@@ -107,12 +133,14 @@ TagRuleCache::Rules activeTagRules(MailArchive& archive) {
 }
 
 std::vector<std::string> applyTagRules(MailArchive& archive, std::int64_t messageID,
-                                       const std::vector<TagRule>& rules, const std::string& by) {
+                                       const std::vector<TagRule>& rules, const std::string& by,
+                                       const IndexedText* text) {
+  RuleMatcher matcher(archive, messageID, text);
   std::vector<std::string> applied;
   RecordedChange change(archive);
   for (const TagRule& rule : rules) {
     try {
-      if (!matches(archive, rule, messageID)) continue;
+      if (!matcher.matches(rule)) continue;
       applied.push_back(tagMessages(archive, rule.tag, rule.colour, {messageID}, by).name);
     } catch (const TagError&) {
       // A rule that cannot tag does not keep the message out.

@@ -40,11 +40,14 @@ std::int64_t removeTag(MailArchive& archive, const ArchiveTag& tag,
 /// The enabled rules in the order in which they run. Throws SQLiteError.
 TagRuleCache::Rules activeTagRules(MailArchive& archive);
 
-/// Applies each of `rules` that matches one message; returns the tags. A rule that fails is
-/// skipped, and one without a complete condition never matches. Throws only what concerns the
-/// archive and not the rule (a full disk, a damaged catalog).
+/// Applies each of `rules` that matches one message; returns the tags. With the `text` that was
+/// indexed of it, questions about words are asked of that text alone: the cost is then the
+/// message's, whatever the archive holds. A rule that fails is skipped, and one without a complete
+/// condition never matches. Throws only what concerns the archive and not the rule (a full disk, a
+/// damaged catalog).
 std::vector<std::string> applyTagRules(MailArchive& archive, std::int64_t messageID,
-                                       const std::vector<TagRule>& rules, const std::string& by);
+                                       const std::vector<TagRule>& rules, const std::string& by,
+                                       const IndexedText* text = nullptr);
 
 }  // namespace ambervane
 

@@ -163,7 +163,6 @@ TEST(BuildQuery, order) {
        "WHERE mf2.message_id = m.id AND mf2.removed_at IS NULL) COLLATE NOCASE ASC NULLS LAST, "
        "m.sent_at DESC",
        "ORDER BY mf.sent_at DESC NULLS LAST"},
-      {SearchSort::sizeDescending, "ORDER BY m.size DESC", "ORDER BY m.size DESC"},
       {SearchSort::relevance, "ORDER BY m.sent_at DESC", "ORDER BY m.sent_at DESC"},
   };
   for (const auto& c : kCases) {

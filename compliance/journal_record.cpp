@@ -1,0 +1,200 @@
+#include "compliance/journal_record.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "base/bytes.h"
+#include "base/text.h"
+
+namespace ambervane {
+namespace {
+
+std::string_view detail(const AuditEntry& entry, const char* key) {
+  const auto found = entry.details.find(key);
+  return found == entry.details.end() ? std::string_view() : std::string_view(found->second);
+}
+
+std::int64_t numberIn(const AuditEntry& entry, const char* key, std::int64_t otherwise) {
+  return parseInteger(detail(entry, key)).value_or(otherwise);
+}
+
+bool isBefore(const Arrival& a, const Arrival& b) {
+  return a.digest != b.digest ? a.digest < b.digest : a.seq < b.seq;
+}
+
+}  // namespace
+
+std::optional<RawDigest> rawDigest(std::string_view hex) {
+  RawDigest digest{};
+  if (hex.size() != 2 * digest.size()) return std::nullopt;
+  for (std::size_t i = 0; i < digest.size(); ++i) {
+    const int high = hexDigit(hex[2 * i]);
+    const int low = hexDigit(hex[2 * i + 1]);
+    if (high < 0 || low < 0) return std::nullopt;
+    digest[i] = static_cast<char>(high * 16 + low);
+  }
+  return digest;
+}
+
+JournalRecord::JournalRecord(const AuditJournal& journal, std::optional<std::int64_t> wantedSeq) {
+  journal.forEachEntry([&](const AuditEntry& entry) {
+    if (wantedSeq == entry.seq && !wantedHash_) wantedHash_ = entry.entryHash;
+    take(entry);
+    return true;
+  });
+  std::sort(arrivals_.begin(), arrivals_.end(), isBefore);
+  for (const auto& [kind, messages] : openApprovals_) erasedByList_ += messages;
+  for (auto& [seq, pack] : packEntries_) {
+    if (!isVoid(seq)) packs_[pack.first].push_back(std::move(pack.second));
+  }
+}
+
+void JournalRecord::take(const AuditEntry& entry) {
+  const std::string_view subject = entry.subject ? std::string_view(*entry.subject) : "";
+  switch (entry.action) {
+    case AuditAction::messageIngested:
+      takeArrival(entry);
+      break;
+    case AuditAction::integrityVerified:
+      if (subject == "startup") takeLost(entry);
+      break;
+    case AuditAction::integrityFailed:
+      if (subject == "import") takeBrokenBatch(entry);
+      break;
+    case AuditAction::messageErased:
+      if (const auto digest = rawDigest(subject)) {
+        erased_.insert(*digest);
+      } else {
+        takeApproval(entry, "erasure");
+      }
+      break;
+    case AuditAction::retentionApplied:
+      if (subject == "reclassify") reclassifiedAt_ = entry.seq;
+      takeApproval(entry, "disposal");
+      break;
+    case AuditAction::policyChanged:
+      if (subject == "catalog" && detail(entry, "action") == "rebuild finished") {
+        rebuiltAt_ = entry.seq;
+      }
+      break;
+    case AuditAction::packSealed:
+      packEntries_.push_back(
+          {entry.seq, {std::string(subject), std::string(detail(entry, "sha256"))}});
+      break;
+    case AuditAction::chainSealed:
+      takeSeal(entry);
+      break;
+    case AuditAction::legalHoldPlaced:
+    case AuditAction::legalHoldReleased:
+      takeHold(entry);
+      break;
+    default:
+      break;
+  }
+}
+
+void JournalRecord::takeArrival(const AuditEntry& entry) {
+  const auto digest = rawDigest(entry.subject.value_or(""));
+  if (!digest) return;
+  Arrival arrival;
+  arrival.digest = *digest;
+  arrival.seq = entry.seq;
+  arrival.seconds = entry.timestamp.seconds;
+  arrival.size = numberIn(entry, "size", -1);
+  const std::int64_t attachments = numberIn(entry, "attachments", -1);
+  if (attachments >= 0 && attachments <= std::numeric_limits<std::int32_t>::max()) {
+    arrival.attachments = static_cast<std::int32_t>(attachments);
+  }
+  if (const std::string_view name = detail(entry, "class"); !name.empty()) {
+    auto known = classNumbers_.find(name);
+    if (known == classNumbers_.end()) {
+      known = classNumbers_.emplace(name, static_cast<std::int32_t>(classes_.size())).first;
+      classes_.emplace_back(name);
+    }
+    arrival.ofClass = known->second;
+  }
+  arrivals_.push_back(arrival);
+}
+
+/// A startup after a crash names the messages that were recorded and had not yet become durable.
+void JournalRecord::takeLost(const AuditEntry& entry) {
+  if (detail(entry, "lost_in_crash").empty()) return;
+  for (const std::string_view hex : splitOmittingEmpty(detail(entry, "digests"), ",")) {
+    if (const auto digest = rawDigest(trim(hex))) lost_[*digest] = entry.seq;
+  }
+}
+
+/// "entries 12 to 40 belong to a batch that was not kept; ..."
+void JournalRecord::takeBrokenBatch(const AuditEntry& entry) {
+  const auto words = splitOmittingEmpty(detail(entry, "note"), " ");
+  if (words.size() < 5 || words[0] != "entries" || words[2] != "to" || words[4] != "belong") return;
+  const auto first = parseInteger(words[1]);
+  const auto last = parseInteger(words[3]);
+  if (first && last) broken_.emplace_back(*first, *last);
+}
+
+/// An approved list is recorded before it is worked through and again at its end, by number; one
+/// that has no end may have done any part of it.
+void JournalRecord::takeApproval(const AuditEntry& entry, const std::string& kind) {
+  const std::string_view action = detail(entry, "action");
+  std::int64_t& open = openApprovals_[kind];
+  if (action == kind + " approved") {
+    erasedByList_ += open;
+    open = std::max<std::int64_t>(0, numberIn(entry, "approved_count", 0));
+  } else if (action == kind + " finished") {
+    erasedByList_ += std::clamp<std::int64_t>(numberIn(entry, "erased", 0), 0, open);
+    open = 0;
+  }
+}
+
+void JournalRecord::takeHold(const AuditEntry& entry) {
+  if (!entry.subject) return;
+  std::optional<bool>& active = holds_[*entry.subject];
+  if (entry.action == AuditAction::legalHoldReleased) {
+    active = false;
+  } else if (detail(entry, "note").starts_with("carried over")) {
+    active = std::nullopt;  // as it was in the archive it comes from
+  } else {
+    active = true;
+  }
+}
+
+void JournalRecord::takeSeal(const AuditEntry& entry) {
+  const auto number = parseInteger(entry.subject.value_or(""));
+  if (!number) return;
+  seals_[*number].push_back({std::string(detail(entry, "head")), numberIn(entry, "entries", -1),
+                             numberIn(entry, "messages", -1)});
+}
+
+std::span<const Arrival> JournalRecord::arrivalsOf(const RawDigest& digest) const {
+  const auto [first, last] = std::ranges::equal_range(arrivals_, digest, {}, &Arrival::digest);
+  return {first, last};
+}
+
+bool JournalRecord::isVoid(std::int64_t seq) const {
+  return std::ranges::any_of(
+      broken_, [seq](const auto& range) { return seq >= range.first && seq <= range.second; });
+}
+
+bool JournalRecord::isExpected(std::span<const Arrival> ofOneDigest) const {
+  for (auto arrival = ofOneDigest.rbegin(); arrival != ofOneDigest.rend(); ++arrival) {
+    if (isVoid(arrival->seq)) continue;
+    const auto lost = lost_.find(arrival->digest);
+    return lost == lost_.end() || lost->second < arrival->seq;
+  }
+  return false;
+}
+
+const Arrival& JournalRecord::decisive(std::span<const Arrival> ofOneDigest) const {
+  for (auto arrival = ofOneDigest.rbegin(); arrival != ofOneDigest.rend(); ++arrival) {
+    if (!isVoid(arrival->seq)) return *arrival;
+  }
+  return ofOneDigest.back();
+}
+
+const std::string& JournalRecord::className(const Arrival& arrival) const {
+  static const std::string kNone;
+  return arrival.ofClass < 0 ? kNone : classes_[static_cast<std::size_t>(arrival.ofClass)];
+}
+
+}  // namespace ambervane

@@ -1,0 +1,103 @@
+#ifndef AMBERVANE_COMPLIANCE_JOURNAL_RECORD_H_
+#define AMBERVANE_COMPLIANCE_JOURNAL_RECORD_H_
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "evidence/audit_journal.h"
+
+namespace ambervane {
+
+using RawDigest = std::array<char, 32>;
+/// Absent for anything but 64 hexadecimal digits.
+std::optional<RawDigest> rawDigest(std::string_view hex);
+
+/// What the journal says of one message that was taken in. Small, because there are millions.
+struct Arrival {
+  RawDigest digest;
+  std::int64_t seq = 0;
+  double seconds = 0;      ///< when it was recorded
+  std::int64_t size = -1;  ///< raw bytes; -1 where the entry does not say
+  std::int32_t attachments = -1;
+  std::int32_t ofClass = -1;  ///< into `JournalRecord::classes`
+};
+
+/// What the journal says of one seal.
+struct RecordedSeal {
+  std::string head;
+  std::int64_t entries = 0;
+  std::int64_t messages = 0;
+};
+
+/// What the journal says the archive holds, read in one walk over all its entries.
+class JournalRecord {
+ public:
+  /// Where a sequence number is given, the hash of that entry is kept.
+  explicit JournalRecord(const AuditJournal& journal,
+                         std::optional<std::int64_t> wantedSeq = std::nullopt);
+
+  /// Of each digest, all arrivals, oldest first; grouped by digest.
+  const std::vector<Arrival>& arrivals() const noexcept { return arrivals_; }
+  /// Those of one digest.
+  std::span<const Arrival> arrivalsOf(const RawDigest& digest) const;
+  /// Whether the last word on these arrivals of one digest is that the message is here: it was
+  /// neither in a batch that was not kept nor lost in a crash since.
+  bool isExpected(std::span<const Arrival> ofOneDigest) const;
+  /// The last arrival that counted, for what it says of the message.
+  const Arrival& decisive(std::span<const Arrival> ofOneDigest) const;
+  const std::string& className(const Arrival& arrival) const;
+
+  bool wasErased(const RawDigest& digest) const { return erased_.contains(digest); }
+  /// How many messages approved lists may have erased without naming them.
+  std::int64_t erasedByList() const noexcept { return erasedByList_; }
+  /// The last entry on applying the rules again, and on rebuilding the catalog; 0 for none.
+  std::int64_t reclassifiedAt() const noexcept { return reclassifiedAt_; }
+  std::int64_t rebuiltAt() const noexcept { return rebuiltAt_; }
+
+  /// SHA-256 by pack file, of those sealed for good; every digest ever recorded of one.
+  const std::map<std::string, std::vector<std::string>>& sealedPacks() const noexcept {
+    return packs_;
+  }
+  const std::map<std::int64_t, std::vector<RecordedSeal>>& seals() const noexcept { return seals_; }
+  /// Holds by identifier, and whether each must still be active; absent: it may be either.
+  const std::map<std::string, std::optional<bool>>& holds() const noexcept { return holds_; }
+  const std::optional<std::string>& wantedHash() const noexcept { return wantedHash_; }
+
+ private:
+  void take(const AuditEntry& entry);
+  void takeArrival(const AuditEntry& entry);
+  void takeLost(const AuditEntry& entry);
+  void takeBrokenBatch(const AuditEntry& entry);
+  void takeApproval(const AuditEntry& entry, const std::string& kind);
+  void takeHold(const AuditEntry& entry);
+  void takeSeal(const AuditEntry& entry);
+  bool isVoid(std::int64_t seq) const;
+
+  std::vector<Arrival> arrivals_;
+  std::vector<std::string> classes_;
+  std::map<std::string, std::int32_t, std::less<>> classNumbers_;
+  std::vector<std::pair<std::int64_t, std::int64_t>> broken_;  ///< first and last `seq`
+  std::map<RawDigest, std::int64_t> lost_;                     ///< the entry that said so last
+  std::set<RawDigest> erased_;
+  std::map<std::string, std::int64_t> openApprovals_;  ///< by kind: how many messages
+  std::int64_t erasedByList_ = 0;
+  std::int64_t reclassifiedAt_ = 0;
+  std::int64_t rebuiltAt_ = 0;
+  std::map<std::string, std::vector<std::string>> packs_;
+  std::vector<std::pair<std::int64_t, std::pair<std::string, std::string>>> packEntries_;
+  std::map<std::int64_t, std::vector<RecordedSeal>> seals_;
+  std::map<std::string, std::optional<bool>> holds_;
+  std::optional<std::string> wantedHash_;
+};
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_COMPLIANCE_JOURNAL_RECORD_H_

@@ -1,0 +1,14 @@
+#ifndef AMBERVANE_COMPLIANCE_SIDECAR_COVERAGE_H_
+#define AMBERVANE_COMPLIANCE_SIDECAR_COVERAGE_H_
+
+#include "store/mail_archive.h"
+
+namespace ambervane {
+
+/// Whether a lost catalog could be rebuilt with everything in it: every message that is not erased
+/// and every attachment in use has its line in its pack's sidecar. Throws SQLiteError.
+bool recoveryIndexCoverage(MailArchive& archive);
+
+}  // namespace ambervane
+
+#endif  // AMBERVANE_COMPLIANCE_SIDECAR_COVERAGE_H_
