@@ -11,8 +11,8 @@ namespace ambervane {
 namespace {
 
 /// Breaking a paragraph costs more than linear time and memory per character; a piece of this many
-/// costs little of either, and holds dozens of lines.
-constexpr std::size_t kPieceCharacters = 4096;
+/// costs little of either, and holds several lines.
+constexpr std::size_t kPieceCharacters = 1024;
 /// Room between lines, as a factor on what the font asks for.
 constexpr double kLeading = 1.1;
 

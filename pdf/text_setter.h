@@ -37,7 +37,7 @@ class TextSetter {
   /// `language` is a two-letter code. Throws PdfError where there is no font.
   explicit TextSetter(const std::string& language);
 
-  /// Sets `text` to `width`, a piece of some dozens of lines at a time, so that a long text takes
+  /// Sets `text` to `width`, a piece of several lines at a time, so that a long text takes
   /// neither memory nor more than linear time. There is at least one line.
   void set(const PdfText& text, double width, PdfAlignment alignment,
            const std::function<void(std::vector<SetLine>)>& take);
