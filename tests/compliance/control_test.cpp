@@ -68,7 +68,8 @@ TEST(Control, underOtherLawsHasNoDutiesOfPeople) {
 }
 
 TEST(Control, thatFindsAFaultIsOneStill) {
-  DamagedArchive archive;
+  TestArchive archive;
+  archive.ingest({plainMail(1)});
   archive.close();
   flip(archive.path() / "packs/00000001.pack", 40);
   archive.reopen();

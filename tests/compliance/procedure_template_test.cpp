@@ -3,11 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <set>
-
 #include "base/file.h"
-#include "base/text.h"
-#include "evidence/retention_policy.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/test_archive.h"
 
@@ -32,31 +28,6 @@ TEST(ProcedureTemplate, knowsWhatTheProgramKnows) {
   EXPECT_THAT(text, HasSubstr("[AUSFÜLLEN: "));
   EXPECT_THAT(text, Not(HasSubstr("{{")));
   EXPECT_THAT(text, Not(HasSubstr("ß"))) << "not written so in Switzerland";
-}
-
-TEST(ProcedureTemplate, itsTablesAndReferencesHold) {
-  const std::string text = procedureTemplateText(kTestTime, "host");
-  std::set<std::string> chapters;
-  std::size_t columns = 0;
-  for (const std::string_view line : split(text, '\n')) {
-    SCOPED_TRACE(line);
-    if (line.starts_with("## ") || line.starts_with("### ")) {
-      const auto words = splitOmittingEmpty(line, "# .");
-      chapters.emplace(line.starts_with("## ")
-                           ? std::string(words[0])
-                           : std::string(words[0]) + "." + std::string(words[1]));
-    }
-    const auto bars = line.starts_with("|") ? split(line, '|').size() : 0;
-    if (bars > 0 && columns > 0) EXPECT_EQ(bars, columns);
-    columns = bars;
-  }
-  for (std::size_t at = text.find("Kapitel "); at != std::string::npos;
-       at = text.find("Kapitel ", at + 1)) {
-    const std::size_t begin = at + 8;
-    const std::size_t end = text.find_first_not_of("0123456789.", begin);
-    const std::string number(trimOf(std::string_view(text).substr(begin, end - begin), "."));
-    if (!number.empty()) EXPECT_TRUE(chapters.contains(number)) << number;
-  }
 }
 
 TEST(ProcedureTemplate, neverReplacesAnything) {
