@@ -58,6 +58,23 @@ void syncDescriptor(int descriptor, const fs::path& path) {
   if (::fsync(descriptor) != 0) throw FileError(FileError::Action::sync, path, errno);
 }
 
+fs::path folderOf(const fs::path& path) {
+  return path.has_parent_path() ? path.parent_path() : fs::path(".");
+}
+
+/// Makes a file that was not there, and on a failure leaves none.
+void createWhole(const fs::path& path, BytesView bytes, int mode) {
+  FileHandle file(openDescriptor(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode,
+                                 FileError::Action::create));
+  try {
+    writeAll(file.descriptor(), path, bytes);
+    syncDescriptor(file.descriptor(), path);
+  } catch (...) {
+    ::unlink(path.c_str());
+    throw;
+  }
+}
+
 }  // namespace
 
 LocalizedMessage FileError::message() const {
@@ -150,12 +167,8 @@ void writeFileAtomically(const fs::path& path, BytesView bytes, int mode) {
   announce(FileStep::Kind::create, temporary);
   // Never through a link that somebody planted under this name.
   ::unlink(temporary.c_str());
-  FileHandle file(openDescriptor(temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode,
-                                 FileError::Action::create));
+  createWhole(temporary, bytes, mode);
   try {
-    writeAll(file.descriptor(), temporary, bytes);
-    syncDescriptor(file.descriptor(), temporary);
-    file.close();
     announce(FileStep::Kind::rename, path);
     if (::rename(temporary.c_str(), path.c_str()) != 0) {
       throw FileError(FileError::Action::rename, path, errno);
@@ -164,7 +177,13 @@ void writeFileAtomically(const fs::path& path, BytesView bytes, int mode) {
     ::unlink(temporary.c_str());
     throw;
   }
-  syncFolder(path.has_parent_path() ? path.parent_path() : fs::path("."));
+  syncFolder(folderOf(path));
+}
+
+void writeNewFile(const fs::path& path, BytesView bytes, int mode) {
+  announce(FileStep::Kind::create, path);
+  createWhole(path, bytes, mode);
+  syncFolder(folderOf(path));
 }
 
 void createFolders(const fs::path& path) {
@@ -194,7 +213,7 @@ AppendFile AppendFile::open(const fs::path& path, int mode) {
   AppendFile file(
       FileHandle(openDescriptor(path, O_RDWR | O_CREAT | O_APPEND, mode, FileError::Action::open)),
       path);
-  if (isNew) syncFolder(path.has_parent_path() ? path.parent_path() : fs::path("."));
+  if (isNew) syncFolder(folderOf(path));
   return file;
 }
 

@@ -71,6 +71,9 @@ std::optional<Bytes> readFileIfPossible(const std::filesystem::path& path);
 /// temporary file "<name>.tmp-<process>" beside it, fsync, rename, fsync of the folder. Throws
 /// FileError; the temporary file is removed then. `mode` is cut by the user's umask, as ever.
 void writeFileAtomically(const std::filesystem::path& path, BytesView bytes, int mode = 0644);
+/// Writes a file that is not there yet. Throws FileError, with EEXIST where anything, even a link
+/// to nothing, stands under the name; no part of the file is left then.
+void writeNewFile(const std::filesystem::path& path, BytesView bytes, int mode = 0644);
 
 /// Creates a folder and those above it, durably. Throws FileError.
 void createFolders(const std::filesystem::path& path);

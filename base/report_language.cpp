@@ -40,6 +40,10 @@ std::string_view rawValue(ReportLanguage language) noexcept {
   return kFacts[static_cast<std::size_t>(language)].name;
 }
 
+std::string_view languageCode(ReportLanguage language) noexcept {
+  return kFacts[static_cast<std::size_t>(language)].code;
+}
+
 ReportLanguage matchingLanguage(std::string_view code) noexcept {
   return languageOfCode(code).value_or(ReportLanguage::english);
 }

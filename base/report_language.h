@@ -19,6 +19,8 @@ inline constexpr std::array kReportLanguages = {ReportLanguage::english, ReportL
 
 /// "english" and so on, as recorded.
 std::string_view rawValue(ReportLanguage language) noexcept;
+/// Its two-letter code.
+std::string_view languageCode(ReportLanguage language) noexcept;
 /// The language of a two-letter code ("en", "de", "fr", "it", "es"); English for anything else.
 ReportLanguage matchingLanguage(std::string_view code) noexcept;
 /// The first language among what the environment prefers (LC_ALL, else LC_MESSAGES, else LANG, in

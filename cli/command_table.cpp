@@ -93,9 +93,9 @@ constexpr std::array kCommands = {
     Command{"control",
             "<archive> --by <name> [--role <role>] [--note <text>] [--pdf <file or folder>] "
             "[--language de|en|fr|it|es]",
-            "Record a dated, attributed control", nullptr},
+            "Record a dated, attributed control", control},
     Command{"procedure-template", "<file.md>", "Write the template of the procedure document",
-            nullptr},
+            procedureTemplate},
     Command{"timestamp",
             "--url <tsa> [--data <text>] [--write-request <file> | --parse-reply <file>]",
             "Try a time-stamping authority", timestamp, false},

@@ -58,6 +58,8 @@ int bench(const Arguments& arguments, Console& console);
 int timestamp(const Arguments& arguments, Console& console);
 int verify(const Arguments& arguments, Console& console);
 int gaps(const Arguments& arguments, Console& console);
+int control(const Arguments& arguments, Console& console);
+int procedureTemplate(const Arguments& arguments, Console& console);
 
 // What commands share.
 

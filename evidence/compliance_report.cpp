@@ -31,8 +31,6 @@ constexpr const char* kPassedOneOpen =
 constexpr const char* kPassedSomeOpen =
     "RESULT: all checks passed; %@ requirements outstanding — see OPEN above.";
 
-std::string timeText(Date date) { return formatDate(date, "yyyy-MM-dd HH:mm:ss") + " UTC"; }
-
 /// Sets one report in one language.
 class Typesetter {
  public:
@@ -45,10 +43,14 @@ class Typesetter {
 
   std::string set() {
     head();
-    text_ += "\n" + words(kChecks) + "\n";
-    for (const ComplianceCheck& check : report_.checks) add(check);
-    text_ += "\n" + verdict() + "\n";
+    text_ += "\n" + words(kChecks) + "\n" + setChecks() + "\n" + verdict() + "\n";
     return std::move(text_);
+  }
+
+  std::string setChecks() const {
+    std::string lines;
+    for (const ComplianceCheck& check : report_.checks) lines += linesOf(check);
+    return lines;
   }
 
  private:
@@ -65,45 +67,26 @@ class Typesetter {
   void head() {
     line(archive, printable(report_.archiveName) + " [" + printable(report_.archiveID) + "]");
     line(generated, timeText(report_.generatedAt));
-    std::vector<std::string> labels;
-    for (const ComplianceRegime regime : report_.regimes) {
-      labels.push_back(localized(facts(regime).label, language_));
-    }
-    line(regimes, labels.empty() ? words(kNone) : join(labels, ", "));
+    line(regimes, regimesText(report_, language_));
     line(messages, std::to_string(report_.messageCount));
     line(attachments, std::to_string(report_.attachmentCount));
-    line(size, sizeText());
-    line(seal, sealText());
+    line(size, storedSizeText(report_, language_));
+    line(seal, sealText(report_, language_));
     line(key,
          report_.publicKeyFingerprint ? "SHA-256 " + *report_.publicKeyFingerprint : words(kNone));
     line(holds, std::to_string(report_.activeHolds.size()));
     line(expiring, std::to_string(report_.expiringWithin90Days));
   }
 
-  std::string sizeText() const {
-    if (report_.originalBytes <= 0) return words(kNothingStored);
-    const auto stored = static_cast<double>(report_.storedBytes);
-    const auto original = static_cast<double>(report_.originalBytes);
-    return words(kSize, {fmt::format("{:.1f}", stored / kBytesPerMegabyte),
-                         fmt::format("{:.1f}", original / kBytesPerMegabyte),
-                         fmt::format("{:.1f}", 100.0 * stored / original)});
-  }
-
-  std::string sealText() const {
-    if (!report_.latestSeal) return words(kNone);
-    return words(kSeal, {std::to_string(report_.latestSeal->sealNumber),
-                         timeText(report_.latestSeal->createdAt),
-                         std::to_string(report_.latestSeal->entryCount)});
-  }
-
-  void add(const ComplianceCheck& check) {
+  std::string linesOf(const ComplianceCheck& check) const {
     std::string said = localized(check.name, language_);
     if (check.finding) said = words(kSaid, {said, check.finding->text(language_)});
-    text_ += fmt::format("  [{}] {}\n", marker(check.outcome), printable(said));
-    if (check.authority) text_ += "         " + localized(*check.authority, language_) + "\n";
+    std::string lines = fmt::format("  [{}] {}\n", marker(check.outcome), printable(said));
+    if (check.authority) lines += "         " + localized(*check.authority, language_) + "\n";
     if (check.remedy) {
-      text_ += "         → " + printable(localized(*check.remedy, language_)) + "\n";
+      lines += "         → " + printable(localized(*check.remedy, language_)) + "\n";
     }
+    return lines;
   }
 
   std::string verdict() const {
@@ -151,6 +134,40 @@ std::size_t ComplianceReport::count(Outcome outcome) const noexcept {
 
 std::string ComplianceReport::plainText(ReportLanguage language) const {
   return Typesetter(*this, language).set();
+}
+
+std::string ComplianceReport::checkLines(ReportLanguage language) const {
+  return Typesetter(*this, language).setChecks();
+}
+
+std::string timeText(Date date) { return formatDate(date, "yyyy-MM-dd HH:mm:ss") + " UTC"; }
+
+std::string regimesText(const ComplianceReport& report, ReportLanguage language) {
+  std::vector<std::string> labels;
+  for (const ComplianceRegime regime : report.regimes) {
+    labels.push_back(localized(facts(regime).label, language));
+  }
+  return labels.empty() ? localized(kNone, language) : join(labels, ", ");
+}
+
+std::string storedSizeText(const ComplianceReport& report, ReportLanguage language) {
+  if (report.originalBytes <= 0) return localized(kNothingStored, language);
+  const auto stored = static_cast<double>(report.storedBytes);
+  const auto original = static_cast<double>(report.originalBytes);
+  return localized({kSize,
+                    {fmt::format("{:.1f}", stored / kBytesPerMegabyte),
+                     fmt::format("{:.1f}", original / kBytesPerMegabyte),
+                     fmt::format("{:.1f}", 100.0 * stored / original)}},
+                   language);
+}
+
+std::string sealText(const ComplianceReport& report, ReportLanguage language) {
+  if (!report.latestSeal) return localized(kNone, language);
+  return localized(
+      {kSeal,
+       {std::to_string(report.latestSeal->sealNumber), timeText(report.latestSeal->createdAt),
+        std::to_string(report.latestSeal->entryCount)}},
+      language);
 }
 
 std::vector<std::string> reportWords() {

@@ -55,10 +55,21 @@ struct ComplianceReport {
   /// The report for people, ending in a line feed. The marks of checks, "FAIL" and "OPEN", are the
   /// same in every language.
   std::string plainText(ReportLanguage language = ReportLanguage::english) const;
+  /// Of that text only the lines on the checks.
+  std::string checkLines(ReportLanguage language = ReportLanguage::english) const;
 };
 
 /// "PASS", "FAIL" or "OPEN".
 std::string_view marker(Outcome outcome) noexcept;
+
+// Values of a report in words, as more than one form of it shows them.
+
+/// With the second, in UTC.
+std::string timeText(Date date);
+std::string regimesText(const ComplianceReport& report, ReportLanguage language);
+std::string storedSizeText(const ComplianceReport& report, ReportLanguage language);
+/// Of the latest seal.
+std::string sealText(const ComplianceReport& report, ReportLanguage language);
 
 /// Every fixed text that `plainText` may say, names of checks, citations and remedies excepted.
 std::vector<std::string> reportWords();

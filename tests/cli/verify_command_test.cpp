@@ -3,6 +3,7 @@
 
 #include <sstream>
 
+#include "base/digest.h"
 #include "base/file.h"
 #include "cli/commands.h"
 #include "tests/support/mail_builder.h"
@@ -36,6 +37,12 @@ class VerifyCommand : public testing::Test {
     run({"import", archive(), (folder_ / "one.eml").native()});
   }
   std::string archive() const { return (folder_ / "a.ambervane").native(); }
+  void damagePack() const {
+    const auto pack = folder_ / "a.ambervane/packs/00000001.pack";
+    Bytes bytes = readFile(pack);
+    bytes.back() = static_cast<char>(bytes.back() ^ 1);
+    writeFileAtomically(pack, bytes);
+  }
   const ScratchFolder folder_;
 };
 
@@ -49,10 +56,7 @@ TEST_F(VerifyCommand, saysWhatItFound) {
                                   "OPEN above.\n"));
   EXPECT_THAT(run({"verify", archive(), "--language", "de"}).out, StartsWith("Archiv:"));
 
-  const auto pack = folder_ / "a.ambervane/packs/00000001.pack";
-  Bytes bytes = readFile(pack);
-  bytes.back() = static_cast<char>(bytes.back() ^ 1);
-  writeFileAtomically(pack, bytes);
+  damagePack();
   EXPECT_EQ(run({"verify", archive()}).status, 0) << "the pack being written is read in depth only";
   const Result damaged = run({"verify", archive(), "--deep"}, true);
   EXPECT_EQ(damaged.status, 1);
@@ -64,6 +68,68 @@ TEST_F(VerifyCommand, saysWhatItFound) {
   EXPECT_THAT(damaged.err, HasSubstr("\r\x1b[K  ! message 1 ("));
   EXPECT_THAT(damaged.err, HasSubstr("): Checksum mismatch in pack 1 at offset 16\n"));
   EXPECT_THAT(damaged.err, EndsWith("\r\x1b[K"));
+}
+
+TEST_F(VerifyCommand, control) {
+  const std::string file = folder_ / "report.pdf";
+  const Result good = run({"control", archive(), "--by", "Zoë", "--role", "Owner", "--pdf", file});
+  EXPECT_EQ(good.status, 0) << good.err;
+  EXPECT_EQ(good.err, "");
+  EXPECT_THAT(good.out, StartsWith("Running a deep verification. This re-reads and re-hashes every "
+                                   "message.\n  [PASS] Message provenance: All 1 messages"));
+  EXPECT_THAT(good.out, HasSubstr("\n  [PASS] Periodic control: Last recorded control "));
+  EXPECT_THAT(good.out, HasSubstr("\nControl report written to " + file + "\n  SHA-256 " +
+                                  sha256Hex(readFile(file)) +
+                                  "\nSign the printed copy; its digest is in the audit chain.\n"));
+  EXPECT_THAT(good.out,
+              EndsWith("\n5 requirement(s) remain outstanding — see OPEN above.\n"
+                       "These cannot be satisfied by this program; they need a person.\n"));
+  EXPECT_THAT(run({"verify", archive()}).out, HasSubstr("[PASS] Periodic control: "));
+
+  const struct {
+    const char* name;
+    std::vector<std::string> words;
+    const char* error;
+  } kRefusals[] = {
+      {"nobody", {}, "--by <name> is required: a control is attributed to a person"},
+      {"flag", {"--by"}, "--by <name> is required: a control is attributed to a person"},
+      {"blank",
+       {"--by="},
+       "A control has to be attributed to somebody — that is what makes it a control."},
+      {"noDestination", {"--by", "Zoë", "--pdf"}, "--pdf expects a file or folder"},
+      {"noFolder", {"--by", "Zoë", "--pdf", "/none/x.pdf"}, "Cannot create /none/x.pdf: "},
+  };
+  for (const auto& c : kRefusals) {
+    SCOPED_TRACE(c.name);
+    std::vector<std::string> words = {"control", archive()};
+    words.insert(words.end(), c.words.begin(), c.words.end());
+    const Result refused = run(words);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_THAT(refused.err, StartsWith(std::string("error: ") + c.error));
+  }
+
+  damagePack();
+  const Result bad = run({"control", archive(), "--by", "Zoë", "--pdf", folder_.path()});
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_THAT(bad.out, HasSubstr("[FAIL] Message content hashes: "));
+  EXPECT_THAT(bad.out, HasSubstr("Control report written to " + (folder_ / "control-").native()));
+  EXPECT_THAT(bad.err, HasSubstr("  ! message 1 ("));
+}
+
+TEST_F(VerifyCommand, procedureTemplate) {
+  const std::string file = folder_ / "Verfahren.md";
+  const Result written = run({"procedure-template", file});
+  EXPECT_EQ(written.status, 0);
+  EXPECT_EQ(written.out, "Template written to " + file +
+                             "\nFill it in, keep it with the archive, and record where it is:\n"
+                             "  ambervane policy <archive> --procedure \"" +
+                             file + "\" --by <name>\n");
+  EXPECT_THAT(readFile(file), StartsWith("# Verfahrensdokumentation"));
+  EXPECT_EQ(run({"procedure-template", file}).err,
+            "error: There is already a file at " + file +
+                ". Choose another name; the template never replaces a file.\n");
+  EXPECT_EQ(run({"procedure-template"}).err, "error: ambervane procedure-template <file.md>\n");
 }
 
 TEST_F(VerifyCommand, gaps) {

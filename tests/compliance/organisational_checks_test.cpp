@@ -7,6 +7,7 @@
 #include "base/message_table.h"
 #include "base/text.h"
 #include "compliance/check_names.h"
+#include "compliance/control_words.h"
 #include "compliance/holdings.h"
 #include "evidence/sync_schedule.h"
 #include "tests/support/test_archive.h"
@@ -184,6 +185,8 @@ std::set<std::string> allTexts() {
   for (const Finding& finding : allFindings()) texts.insert(finding.message().format);
   for (const auto& list : {reportWords(), holdingsWords()}) texts.insert(list.begin(), list.end());
   texts.insert(check_names::kAll.begin(), check_names::kAll.end());
+  texts.insert(control_words::kAll.begin(), control_words::kAll.end());
+  for (const RetentionClass& one : RetentionClass::builtIn()) texts.insert(one.label);
   for (int regime = 0; regime < 4; ++regime) {
     texts.insert(std::string(facts(static_cast<ComplianceRegime>(regime)).label));
   }
