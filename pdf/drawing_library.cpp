@@ -1,7 +1,6 @@
 #include "pdf/drawing_library.h"
 
-#include <dlfcn.h>
-
+#include "base/shared_library.h"
 #include "pdf/pdf_error.h"
 
 namespace ambervane {
@@ -14,26 +13,17 @@ constexpr const char* kFile = "libpangocairo-1.0.0.dylib";
 constexpr const char* kFile = "libpangocairo-1.0.so.0";
 #endif
 
-[[noreturn]] void refuse() {
-  const char* reason = ::dlerror();  // NOLINT(concurrency-mt-unsafe): it is of this thread
-  throw PdfError(PdfError::Library{reason == nullptr ? kFile : reason});
-}
-
-template <typename Function>
-void find(void* file, const char* name, Function& function) {
-  function = reinterpret_cast<Function>(::dlsym(file, name));
-  if (function == nullptr) refuse();
-}
-
 DrawingLibrary load() {
-  // Never closed: the libraries keep types and caches for as long as the process lives.
-  void* const file = ::dlopen(kFile, RTLD_NOW | RTLD_LOCAL);
-  if (file == nullptr) refuse();
-  DrawingLibrary found;
-#define AMBERVANE_FIND(name) find(file, #name, found.name);
-  AMBERVANE_DRAWING_FUNCTIONS(AMBERVANE_FIND)
+  try {
+    const SharedLibrary file(kFile);
+    DrawingLibrary found;
+#define AMBERVANE_FIND(name) file.find(#name, found.name);
+    AMBERVANE_DRAWING_FUNCTIONS(AMBERVANE_FIND)
 #undef AMBERVANE_FIND
-  return found;
+    return found;
+  } catch (const SharedLibrary::Missing& error) {
+    throw PdfError(PdfError::Library{error.what()});
+  }
 }
 
 }  // namespace

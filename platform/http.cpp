@@ -6,6 +6,7 @@
 #include <array>
 #include <memory>
 
+#include "base/shared_library.h"
 #include "base/text.h"
 
 namespace ambervane {
@@ -13,23 +14,73 @@ namespace {
 
 constexpr long kMaxRedirects = 3;
 
+[[noreturn]] void fail(const char* detail) { throw HttpError(HttpError::Failed{detail}); }
+
+#ifdef __APPLE__
+constexpr const char* kLibraryFile = "libcurl.4.dylib";
+#else
+constexpr const char* kLibraryFile = "libcurl.so.4";
+#endif
+
+#define AMBERVANE_CURL_FUNCTIONS(X) \
+  X(easy_cleanup)                   \
+  X(easy_getinfo)                   \
+  X(easy_init)                      \
+  X(easy_perform)                   \
+  X(easy_setopt)                    \
+  X(easy_strerror)                  \
+  X(free)                           \
+  X(global_init)                    \
+  X(slist_append)                   \
+  X(slist_free_all)                 \
+  X(url)                            \
+  X(url_cleanup)                    \
+  X(url_get)                        \
+  X(url_set)                        \
+  X(url_strerror)
+
+/// The library's functions under their own names, without "curl_".
+struct CurlLibrary {
+#define AMBERVANE_DECLARE(name) decltype(&::curl_##name) name;
+  AMBERVANE_CURL_FUNCTIONS(AMBERVANE_DECLARE)
+#undef AMBERVANE_DECLARE
+};
+
+CurlLibrary load() {
+  try {
+    const SharedLibrary file(kLibraryFile);
+    CurlLibrary found;
+#define AMBERVANE_FIND(name) file.find("curl_" #name, found.name);
+    AMBERVANE_CURL_FUNCTIONS(AMBERVANE_FIND)
+#undef AMBERVANE_FIND
+    return found;
+  } catch (const SharedLibrary::Missing& error) {
+    fail(error.what());
+  }
+}
+
+/// Loaded when first asked for: few commands speak HTTP, and it brings two dozen other libraries.
+/// Throws HttpError.
+const CurlLibrary& curl() {
+  static const CurlLibrary kLibrary = load();
+  return kLibrary;
+}
+
 struct CloseTransfer {
-  void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+  void operator()(CURL* handle) const { curl().easy_cleanup(handle); }
 };
 struct CloseUrl {
-  void operator()(CURLU* handle) const { curl_url_cleanup(handle); }
+  void operator()(CURLU* handle) const { curl().url_cleanup(handle); }
 };
 struct CloseList {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+  void operator()(curl_slist* list) const { curl().slist_free_all(list); }
 };
 struct FreeText {
-  void operator()(char* text) const { curl_free(text); }
+  void operator()(char* text) const { curl().free(text); }
 };
 using Transfer = std::unique_ptr<CURL, CloseTransfer>;
 using Url = std::unique_ptr<CURLU, CloseUrl>;
 using HeaderList = std::unique_ptr<curl_slist, CloseList>;
-
-[[noreturn]] void fail(const char* detail) { throw HttpError(HttpError::Failed{detail}); }
 
 /// What has arrived, and how much more may.
 struct Incoming {
@@ -61,33 +112,33 @@ std::size_t takeBody(char* bytes, std::size_t one, std::size_t count, void* poin
 }
 
 Url parseUrl(const std::string& text) {
-  Url url(curl_url());
-  if (!url) fail(curl_easy_strerror(CURLE_OUT_OF_MEMORY));
-  const CURLUcode code = curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0);
-  if (code != CURLUE_OK) fail(curl_url_strerror(code));
+  Url url(curl().url());
+  if (!url) fail(curl().easy_strerror(CURLE_OUT_OF_MEMORY));
+  const CURLUcode code = curl().url_set(url.get(), CURLUPART_URL, text.c_str(), 0);
+  if (code != CURLUE_OK) fail(curl().url_strerror(code));
   return url;
 }
 
 std::string urlPart(const Url& url, CURLUPart part) {
   char* text = nullptr;
-  if (curl_url_get(url.get(), part, &text, 0) != CURLUE_OK) return {};
+  if (curl().url_get(url.get(), part, &text, 0) != CURLUE_OK) return {};
   return std::unique_ptr<char, FreeText>(text).get();
 }
 
 Transfer newTransfer() {
   // Not safe from two threads at once in older libraries, hence behind a static.
-  static const CURLcode kReady = curl_global_init(CURL_GLOBAL_DEFAULT);
-  if (kReady != CURLE_OK) fail(curl_easy_strerror(kReady));
-  Transfer transfer(curl_easy_init());
-  if (!transfer) fail(curl_easy_strerror(CURLE_FAILED_INIT));
+  static const CURLcode kReady = curl().global_init(CURL_GLOBAL_DEFAULT);
+  if (kReady != CURLE_OK) fail(curl().easy_strerror(kReady));
+  Transfer transfer(curl().easy_init());
+  if (!transfer) fail(curl().easy_strerror(CURLE_FAILED_INIT));
   return transfer;
 }
 
 HeaderList headerList(const std::vector<std::string>& lines) {
   HeaderList list;
   const auto append = [&list](const char* line) {
-    curl_slist* const longer = curl_slist_append(list.get(), line);
-    if (longer == nullptr) fail(curl_easy_strerror(CURLE_OUT_OF_MEMORY));
+    curl_slist* const longer = curl().slist_append(list.get(), line);
+    if (longer == nullptr) fail(curl().easy_strerror(CURLE_OUT_OF_MEMORY));
     list.release();
     list.reset(longer);
   };
@@ -98,8 +149,8 @@ HeaderList headerList(const std::vector<std::string>& lines) {
 
 template <typename Value>
 void set(const Transfer& transfer, CURLoption option, Value value) {
-  const CURLcode code = curl_easy_setopt(transfer.get(), option, value);
-  if (code != CURLE_OK) fail(curl_easy_strerror(code));
+  const CURLcode code = curl().easy_setopt(transfer.get(), option, value);
+  if (code != CURLE_OK) fail(curl().easy_strerror(code));
 }
 
 void setLimits(const Transfer& transfer, const HttpRequest& request, bool isSecure) {
@@ -153,15 +204,15 @@ HttpReply httpPost(const HttpRequest& request) {
   set(transfer, CURLOPT_WRITEDATA, &incoming);
   set(transfer, CURLOPT_ERRORBUFFER, detail.data());
 
-  const CURLcode code = curl_easy_perform(transfer.get());
+  const CURLcode code = curl().easy_perform(transfer.get());
   if (incoming.overflowed) throw HttpError(HttpError::TooLarge{request.maxReplyBytes});
   if (code == CURLE_OPERATION_TIMEDOUT) throw HttpError(HttpError::TimedOut{});
   if (code != CURLE_OK) {
-    const char* const words = detail[0] != '\0' ? detail.data() : curl_easy_strerror(code);
+    const char* const words = detail[0] != '\0' ? detail.data() : curl().easy_strerror(code);
     throw HttpError(HttpError::Failed{printable(words)});
   }
   long status = 0;
-  curl_easy_getinfo(transfer.get(), CURLINFO_RESPONSE_CODE, &status);
+  curl().easy_getinfo(transfer.get(), CURLINFO_RESPONSE_CODE, &status);
   return {static_cast<int>(status), std::move(incoming.body)};
 }
 
