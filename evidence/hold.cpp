@@ -17,11 +17,18 @@ constexpr const char* kDocument = "The legal hold";
 
 std::string folded(std::string_view text) { return composed(lowercase(text)); }
 
-/// Whether any of `entries` stands in `text`, which is folded.
-bool containsAny(const std::string& text, const Texts& entries) {
-  return std::ranges::any_of(entries, [&text](const std::string& entry) {
+/// Whether any of `entries` stands in what `read` gives, which is kept in `kept`. What cannot be
+/// read holds any entry that says something.
+bool containsAny(const std::function<std::optional<std::string>()>& read,
+                 std::optional<std::optional<std::string>>& kept, const Texts& entries) {
+  return std::ranges::any_of(entries, [&](const std::string& entry) {
     const std::string_view wanted = trim(entry);
-    return !wanted.empty() && text.find(folded(wanted)) != std::string::npos;
+    if (wanted.empty()) return false;
+    if (!kept) {
+      const auto text = read();
+      kept = text ? std::optional(folded(*text)) : std::nullopt;
+    }
+    return !*kept || (*kept)->find(folded(wanted)) != std::string::npos;
   });
 }
 
@@ -30,6 +37,10 @@ bool containsAnyIgnoringCase(std::string_view text, const Texts& entries) {
     const std::string_view wanted = trim(entry);
     return !wanted.empty() && containsIgnoringCase(text, wanted);
   });
+}
+
+std::string dump(const json& value) {
+  return value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 std::optional<Date> decodeDate(const json& object, const char* key) {
@@ -85,31 +96,30 @@ std::string HoldCriteria::summary() const {
   return join(parts, ", ");
 }
 
-HoldSubject::HoldSubject(std::string_view participants, std::optional<std::string> folder,
-                         std::optional<Date> date, std::string_view text, std::string hash)
-    : participants_(folded(participants)),
-      folder_(std::move(folder)),
-      date_(date),
-      text_(folded(text)),
-      hash_(std::move(hash)) {}
-
-bool HoldSubject::matches(const HoldCriteria& criteria) const {
+bool HoldSubject::matches(const HoldCriteria& criteria) {
   if (std::ranges::any_of(criteria.pinnedMessageHashes, [this](const std::string& pinned) {
-        return asciiEqualIgnoringCase(trim(pinned), hash_);
+        return asciiEqualIgnoringCase(trim(pinned), source_.hash);
       })) {
     return true;
   }
   if (criteria.isEmpty()) return false;
-  if (!criteria.participants.empty() && !containsAny(participants_, criteria.participants)) {
-    return false;
-  }
-  if (!criteria.folders.empty() &&
-      !(folder_ && containsAnyIgnoringCase(*folder_, criteria.folders))) {
-    return false;
-  }
-  if (criteria.dateFrom && !(date_ && *date_ >= *criteria.dateFrom)) return false;
-  if (criteria.dateTo && !(date_ && *date_ <= *criteria.dateTo)) return false;
-  return criteria.searchTerms.empty() || containsAny(text_, criteria.searchTerms);
+  const bool isInFolder = criteria.folders.empty() ||
+                          std::ranges::any_of(source_.folders, [&](const std::string& path) {
+                            return containsAnyIgnoringCase(path, criteria.folders);
+                          });
+  const auto& date = source_.date;
+  return isInFolder && (!criteria.dateFrom || (date && *date >= *criteria.dateFrom)) &&
+         (!criteria.dateTo || (date && *date <= *criteria.dateTo)) &&
+         (criteria.participants.empty() ||
+          containsAny(source_.participants, participants_, criteria.participants)) &&
+         (criteria.searchTerms.empty() ||
+          containsAny(source_.text, text_, criteria.searchTerms));
+}
+
+std::string holdCriteriaJson(const HoldCriteria& criteria) { return dump(encode(criteria)); }
+
+HoldCriteria holdCriteriaFromJson(std::string_view text) {
+  return decodeJson(parseJson(text, kDocument), kDocument, decodeCriteria);
 }
 
 std::string legalHoldJson(const LegalHold& hold) {
@@ -120,7 +130,7 @@ std::string legalHoldJson(const LegalHold& hold) {
                 {"createdAt", hold.createdAt.seconds},
                 {"criteria", encode(hold.criteria)}};
   if (hold.releasedAt) value["releasedAt"] = hold.releasedAt->seconds;
-  return value.dump(-1, ' ', false, json::error_handler_t::replace);
+  return dump(value);
 }
 
 LegalHold legalHoldFromJson(std::string_view text) {

@@ -1,9 +1,11 @@
 #ifndef AMBERVANE_EVIDENCE_HOLD_H_
 #define AMBERVANE_EVIDENCE_HOLD_H_
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/date.h"
@@ -25,25 +27,30 @@ struct HoldCriteria {
   std::string summary() const;
 };
 
-/// What holds look at in a message in one mailbox, made ready to be compared with many of them.
+/// What holds look at in a message, asked for at most once and only when a criterion needs it.
 class HoldSubject {
  public:
-  /// `participants` is the names and addresses in one text, `folder` the path of the folder where
-  /// that is known, `text` subject and body, `hash` the SHA-256 in lower-case hexadecimal.
-  HoldSubject(std::string_view participants, std::optional<std::string> folder,
-              std::optional<Date> date, std::string_view text, std::string hash);
+  struct Source {
+    std::string hash;                  ///< SHA-256 in lower-case hexadecimal
+    std::vector<std::string> folders;  ///< paths of those it lies in
+    std::optional<Date> date;
+    // Absent: it cannot be read, and then counts as holding whatever is looked for, since a message
+    // must not lose its protection by damage.
+    std::function<std::optional<std::string>()> participants;  ///< names and addresses, in one text
+    std::function<std::optional<std::string>()> text;          ///< subject and body
+  };
+  explicit HoldSubject(Source source) : source_(std::move(source)) {}
 
   /// Whether the message belongs to the matter. Letters are compared without regard to case. Empty
   /// criteria match nothing but pinned messages, and an entry left blank matches nothing: neither
   /// may sweep everything in.
-  bool matches(const HoldCriteria& criteria) const;
+  bool matches(const HoldCriteria& criteria);
 
  private:
-  std::string participants_;
-  std::optional<std::string> folder_;
-  std::optional<Date> date_;
-  std::string text_;
-  std::string hash_;
+  using Folded = std::optional<std::optional<std::string>>;  // asked for or not, readable or not
+
+  Source source_;
+  Folded participants_, text_;
 };
 
 /// A freeze on what belongs to a matter: neither a period's end nor a request erases it.
@@ -58,6 +65,11 @@ struct LegalHold {
 
   bool isActive() const noexcept { return !releasedAt; }
 };
+
+/// Criteria as the journal keeps them, so that a lost hold can be placed again.
+std::string holdCriteriaJson(const HoldCriteria& criteria);
+/// Throws JsonError.
+HoldCriteria holdCriteriaFromJson(std::string_view text);
 
 /// A hold as the catalog keeps it. Keys are the field names; dates are seconds since 1970.
 std::string legalHoldJson(const LegalHold& hold);

@@ -4,7 +4,7 @@
 #include "store/commit.h"
 
 #include "base/text.h"
-#include "store/archive_error.h"
+#include "store/hold_application.h"
 #include "store/pack_error.h"
 #include "store/pack_format.h"
 #include "store/solid_block_writer.h"
@@ -67,7 +67,10 @@ class Commit {
     const std::string flags = flagText(message_.source.flags);
     if (catalog_.linkMessage(id, mailbox_.folderID, uid(), flags, message_.envelope.sentAt)) {
       const auto row = catalog_.message(id);
-      if (row) noteFurtherMailbox(*row);
+      if (row) {
+        noteFurtherMailbox(*row);
+        applyMatchingHolds(archive_, *row);
+      }
     }
     archive_.journal().append(AuditAction::messageDuplicate, message_.hash,
                               {{"folder_id", std::to_string(mailbox_.folderID)}});
@@ -224,7 +227,7 @@ class Commit {
     } else {
       archive_.solidBlock().add({id, message_.record.payload, {std::move(line)}});
     }
-    applyMatchingHolds();
+    applyMatchingHolds(archive_, id, message_, mailbox_.path);
     recordIngested(id, insert);
     if (const auto rules = activeTagRules(archive_); !rules->empty()) {
       applyTagRules(archive_, id, *rules, "rule", &message_.indexed);
@@ -255,13 +258,6 @@ class Commit {
             .internalDate = message_.source.internalDate,
             .retentionClass = ofClass,
             .blockMember = std::nullopt};
-  }
-
-  void applyMatchingHolds() {
-    // A message must not slip past a hold that another version placed here.
-    if (catalog_.database().scalar("SELECT 1 FROM hold WHERE released_at IS NULL LIMIT 1")) {
-      throw ArchiveError(ArchiveError::HoldsUnavailable{});
-    }
   }
 
   void recordIngested(std::int64_t id, const MessageInsert& insert) {
