@@ -56,6 +56,10 @@ int bench(const Arguments& arguments, Console& console);
 int timestamp(const Arguments& arguments, Console& console);
 int verify(const Arguments& arguments, Console& console);
 int gaps(const Arguments& arguments, Console& console);
+int retention(const Arguments& arguments, Console& console);
+int policy(const Arguments& arguments, Console& console);
+int reclassifyCommand(const Arguments& arguments, Console& console);
+int hold(const Arguments& arguments, Console& console);
 
 // What commands share.
 

@@ -326,6 +326,16 @@ void MailArchive::requireReader(int version) {
   manifest_ = std::move(raised);
 }
 
+void MailArchive::replacePolicy(const RetentionPolicy& policy) {
+  if (readOnly_) throw ArchiveError(ArchiveError::ReadOnly{});
+  ArchiveManifest changed = manifest_;
+  changed.policy = policy;
+  changed.policy.cryptoShreddingEnabled = manifest_.policy.cryptoShreddingEnabled;
+  changed.policy.wormEnforcement = manifest_.policy.wormEnforcement;
+  changed.save(url_ / "archive.json");
+  manifest_ = std::move(changed);
+}
+
 void MailArchive::noteDurablePack() {
   catalog_->notePackBytes(currentPack_, packs_->openForWriting(currentPack_));
 }
