@@ -17,7 +17,7 @@ struct OrganisationalFacts {
 
 /// Records what `by` states; the journal says that it is a statement. Nothing happens when nothing
 /// is stated. Throws ArchiveError (ReadOnly), SQLiteError, FileError; nothing has changed then.
-void recordOrganisationalFacts(MailArchive& archive, const OrganisationalFacts& facts,
+void recordOrganisationalFacts(MailArchive& archive, const OrganisationalFacts& stated,
                                const std::string& by);
 
 }  // namespace ambervane

@@ -119,15 +119,26 @@ TEST(Disposal, aLongerPolicyProtects) {
 TEST(Disposal, interruptedLeavesAnApprovalWithoutAnOutcome) {
   TestArchive archive(disposing());
   archive.ingest({plainMail(1), plainMail(2)});
-  archive->keys();
-  SQLiteDatabase(archive.path() / "keys/content-keys.sqlite", SQLiteDatabase::Mode::readWrite, "t")
-      .execute("CREATE TRIGGER stop BEFORE DELETE ON content_key WHEN OLD.message_id = 2 BEGIN "
-               "SELECT RAISE(ABORT, 'disk'); END");
+  const auto onKeys = [&archive](const char* sql) {
+    SQLiteDatabase(archive.path() / "keys/content-keys.sqlite", SQLiteDatabase::Mode::readWrite, "t")
+        .execute(sql);
+  };
+  onKeys("CREATE TRIGGER stop BEFORE DELETE ON content_key WHEN OLD.message_id = 2 BEGIN SELECT "
+         "RAISE(ABORT, 'disk'); END");
   EXPECT_THROW(disposeApproved(*archive, approval({1, 2}), kDue), SQLiteError);
   EXPECT_EQ(archive.entries(AuditAction::retentionApplied).back().details.at("action"),
             "disposal approved");
   EXPECT_FALSE(archive->catalog().message(2)->erased) << "its key is there";
-  EXPECT_EQ(verifyIntegrity(*archive, {})->count(Outcome::failed), 0);
+  onKeys("DROP TRIGGER stop");
+
+  archive.close();
+  archive.reopen();
+  const DisposalResult result = disposeApproved(*archive, approval({1, 2}), kDue);
+  EXPECT_EQ(result.erased + result.skippedAlreadyErased, 2);
+  EXPECT_TRUE(archive->catalog().message(1)->erased && archive->catalog().message(2)->erased);
+  VerificationOptions deep;
+  deep.deep = true;
+  EXPECT_EQ(verifyIntegrity(*archive, deep)->count(Outcome::failed), 0);
 }
 
 }  // namespace
