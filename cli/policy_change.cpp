@@ -122,9 +122,8 @@ class Editor {
     if (identifier == policy_.defaultClass.identifier) {
       refuse("cannot remove the default class; set another default first");
     }
-    const auto removed = std::erase_if(policy_.classes, [&](const RetentionClass& each) {
-      return each.identifier == identifier;
-    });
+    const auto removed = std::erase_if(
+        policy_.classes, [&](const RetentionClass& each) { return each.identifier == identifier; });
     if (removed == 0) refuse("no such class: " + printable(identifier));
     note("removed class " + identifier);
   }
@@ -177,8 +176,8 @@ class Editor {
   }
 
   void removeRule(const std::string& name) {
-    const auto removed = std::erase_if(
-        policy_.rules, [&](const RetentionRule& rule) { return rule.name == name; });
+    const auto removed =
+        std::erase_if(policy_.rules, [&](const RetentionRule& rule) { return rule.name == name; });
     if (removed == 0) refuse("no such rule: " + printable(name));
     note("removed rule " + name);
   }

@@ -90,8 +90,7 @@ void recompute(MailArchive& archive, Console& console) {
       }
     });
   }
-  console.out << "Keep-until dates worked out again: " << moved
-              << " moved. Nothing was deleted.\n";
+  console.out << "Keep-until dates worked out again: " << moved << " moved. Nothing was deleted.\n";
 }
 
 }  // namespace

@@ -68,10 +68,10 @@ DisposalResult disposeApproved(MailArchive& archive, const DisposalApproval& giv
                             {"approved_by", approval.approvedBy},
                             {"reason", approval.reason},
                             {"approved_count", number(approval.messageIDs.size())}});
-  const ErasedContent erased = shredContent(
-      archive, ids,
-      "retention disposal approved by " + approval.approvedBy + ": " + approval.reason,
-      approval.approvedBy);
+  const ErasedContent erased =
+      shredContent(archive, ids,
+                   "retention disposal approved by " + approval.approvedBy + ": " + approval.reason,
+                   approval.approvedBy);
   result.erased = erased.messages;
   result.isForgotten = erased.isForgotten;
   archive.journal().append(AuditAction::retentionApplied, subject,

@@ -11,8 +11,8 @@ namespace ambervane {
 /// they carry and by the policy as it stands now, and are under no active hold. The approval is in
 /// the journal before the first key is destroyed, the outcome after the last, then the journal is
 /// sealed: a crash leaves an approval without an outcome. Throws, before anything is written,
-/// ArchiveError (ReadOnly) and DisposalRefusal; later what `shredContent` throws, and what is erased
-/// by then stays erased.
+/// ArchiveError (ReadOnly) and DisposalRefusal; later what `shredContent` throws, and what is
+/// erased by then stays erased.
 DisposalResult disposeApproved(MailArchive& archive, const DisposalApproval& approval, Date asOf);
 
 }  // namespace ambervane

@@ -100,10 +100,10 @@ RetentionOutcome reviewRetention(MailArchive& archive, Date asOf, bool record) {
         return true;
       });
   outcome.examinedCount = db.count(kUnerased);
-  for (const Row& row :
-       db.query("SELECT MIN(expires_at) AS next FROM message WHERE erased = 0 AND expires_at IS NOT "
-                "NULL AND expires_at > ?",
-                {asOf})) {
+  for (const Row& row : db.query(
+           "SELECT MIN(expires_at) AS next FROM message WHERE erased = 0 AND expires_at IS NOT "
+           "NULL AND expires_at > ?",
+           {asOf})) {
     outcome.nextExpiry = row.date("next");
   }
   outcome.expiringSoonCount = db.count(
@@ -127,8 +127,8 @@ std::map<std::string, std::int64_t> reclassify(MailArchive& archive,
   std::map<std::string, std::int64_t> counts;
   std::int64_t messages = 0;
   forEachMessage(archive, progress, [&](const MessageRow& row) {
-    const RetentionClass ofClass = policy.classify(
-        row.participants, foldersOf(archive, row.id), row.subject, row.attachmentCount > 0);
+    const RetentionClass ofClass = policy.classify(row.participants, foldersOf(archive, row.id),
+                                                   row.subject, row.attachmentCount > 0);
     const auto expires = policy.expiryDate(dateOf(row), row.ingestedAt, ofClass);
     ++messages;
     ++counts[ofClass.identifier];
@@ -158,7 +158,8 @@ std::int64_t recomputeRetentionDates(MailArchive& archive, const RetentionProgre
   forEachMessage(archive, progress, [&](const MessageRow& row) {
     ++messages;
     const KeptUntil kept = keptUntil(policy, row);
-    if (kept.isKnownClass && isMoved(row.expiresAt, kept.date)) moved.emplace_back(row.id, kept.date);
+    if (kept.isKnownClass && isMoved(row.expiresAt, kept.date))
+      moved.emplace_back(row.id, kept.date);
   });
   for (const auto& [id, date] : moved) {
     archive.catalog().database().run("UPDATE message SET expires_at = ? WHERE id = ?", {date, id});
@@ -166,13 +167,12 @@ std::int64_t recomputeRetentionDates(MailArchive& archive, const RetentionProgre
   if (!moved.empty()) archive.catalog().bumpMutationGeneration();
   if (areRetentionDatesDue(archive)) archive.catalog().setMeta(kDatesDueSetting, "");
   const auto count = static_cast<std::int64_t>(moved.size());
-  archive.journal().append(
-      AuditAction::retentionApplied, "retention dates",
-      {{"action", "dates recomputed"},
-       {"messages", number(messages)},
-       {"moved", number(count)},
-       {"financial_year_end_month", number(policy.financialYearEndMonth)},
-       {"deleted", "0"}});
+  archive.journal().append(AuditAction::retentionApplied, "retention dates",
+                           {{"action", "dates recomputed"},
+                            {"messages", number(messages)},
+                            {"moved", number(count)},
+                            {"financial_year_end_month", number(policy.financialYearEndMonth)},
+                            {"deleted", "0"}});
   change.finish();
   return count;
 }

@@ -112,8 +112,7 @@ bool HoldSubject::matches(const HoldCriteria& criteria) {
          (!criteria.dateTo || (date && *date <= *criteria.dateTo)) &&
          (criteria.participants.empty() ||
           containsAny(source_.participants, participants_, criteria.participants)) &&
-         (criteria.searchTerms.empty() ||
-          containsAny(source_.text, text_, criteria.searchTerms));
+         (criteria.searchTerms.empty() || containsAny(source_.text, text_, criteria.searchTerms));
 }
 
 std::string holdCriteriaJson(const HoldCriteria& criteria) { return dump(encode(criteria)); }

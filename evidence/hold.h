@@ -14,11 +14,11 @@ namespace ambervane {
 
 /// Which messages belong to a matter. Lists are alternatives; what is given must all hold.
 struct HoldCriteria {
-  std::vector<std::string> participants = {};        ///< anywhere among the message's people
-  std::vector<std::string> folders = {};             ///< anywhere in the folder's path
-  std::optional<Date> dateFrom = {}, dateTo = {};    ///< of the message, both inclusive
-  std::vector<std::string> searchTerms = {};         ///< anywhere in the subject or the text
-  std::vector<std::string> pinnedMessageHashes = {}; ///< digests of messages named one by one
+  std::vector<std::string> participants = {};         ///< anywhere among the message's people
+  std::vector<std::string> folders = {};              ///< anywhere in the folder's path
+  std::optional<Date> dateFrom = {}, dateTo = {};     ///< of the message, both inclusive
+  std::vector<std::string> searchTerms = {};          ///< anywhere in the subject or the text
+  std::vector<std::string> pinnedMessageHashes = {};  ///< digests of messages named one by one
   friend bool operator==(const HoldCriteria&, const HoldCriteria&) = default;
 
   /// Whether nothing but pinned messages can match.

@@ -83,8 +83,7 @@ constexpr const char* kNoCriteria = "no criteria — matches nothing";
 constexpr const char* kCalendarYear = "counted from the end of the calendar year";
 constexpr const char* kBothInDecember =
     "counted from the end of the year (financial and calendar year both end in December)";
-constexpr const char* kFinancialYear =
-    "counted from the end of the financial year (ends in %@)";
+constexpr const char* kFinancialYear = "counted from the end of the financial year (ends in %@)";
 constexpr const char* kWhicheverIsLater =
     "counted from the end of the financial year (ends in %@) or of the calendar year, whichever is "
     "later";
@@ -171,7 +170,8 @@ std::string RetentionRule::summary(ReportLanguage language) const {
   std::vector<std::string> parts;
   const auto add = [&](const char* words, const std::vector<std::string>& list) {
     if (!list.empty()) {
-      parts.push_back(localized({words, {join(list, " " + localized(kOr, language) + " ")}}, language));
+      parts.push_back(
+          localized({words, {join(list, " " + localized(kOr, language) + " ")}}, language));
     }
   };
   add(kMailbox, folders);
@@ -272,10 +272,9 @@ std::vector<std::string> RetentionPolicy::summary() const {
 }
 
 std::vector<std::string> retentionWords() {
-  std::vector<std::string> words = {kOr,           kMailbox,        kAnyone,
-                                    kSubject,      kAttachment,     kNoCriteria,
-                                    kCalendarYear, kBothInDecember, kWhicheverIsLater,
-                                    kFinancialYear};
+  std::vector<std::string> words = {
+      kOr,         kMailbox,      kAnyone,         kSubject,          kAttachment,
+      kNoCriteria, kCalendarYear, kBothInDecember, kWhicheverIsLater, kFinancialYear};
   words.insert(words.end(), kMonths.begin(), kMonths.end());
   for (const RegimeFacts& regime : kRegimes) words.emplace_back(regime.label);
   for (const DisposalFacts& disposal : kDisposals) {

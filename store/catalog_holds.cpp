@@ -11,10 +11,9 @@ bool CatalogHolds::isHeld(std::int64_t messageID) {
 
 std::vector<LegalHold> CatalogHolds::holds(bool activeOnly) {
   std::vector<LegalHold> holds;
-  for (const Row& row :
-       db_.query(activeOnly
-                     ? "SELECT payload FROM hold WHERE released_at IS NULL ORDER BY created_at"
-                     : "SELECT payload FROM hold ORDER BY created_at")) {
+  for (const Row& row : db_.query(
+           activeOnly ? "SELECT payload FROM hold WHERE released_at IS NULL ORDER BY created_at"
+                      : "SELECT payload FROM hold ORDER BY created_at")) {
     holds.push_back(legalHoldFromJson(row.string("payload")));
   }
   return holds;

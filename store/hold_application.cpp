@@ -1,6 +1,6 @@
 // A hold looks for parts of words anywhere in a message, which no index of words can answer. The
-// catalog therefore only narrows: folder, date and, from the indexed header, people; what is left is
-// read from the packs when the hold names words of the text.
+// catalog therefore only narrows: folder, date and, from the indexed header, people; what is left
+// is read from the packs when the hold names words of the text.
 
 #include "store/hold_application.h"
 
@@ -130,16 +130,16 @@ void applyMatchingHolds(MailArchive& archive, const MessageRow& row) {
 HoldCoverage reapplyHold(MailArchive& archive, const LegalHold& hold) {
   CatalogHolds catalog(archive.catalog());
   HoldCoverage coverage;
-  archive.catalog().database().forEachRow(
-      "SELECT * FROM message WHERE erased = 0 ORDER BY id", {}, [&](const Row& columns) {
-        const MessageRow row(columns);
-        ArchivedMessage message(archive, row);
-        if (message.subject().matches(hold.criteria)) {
-          catalog.link(row.id, hold.id);
-          if (message.isUnreadable()) ++coverage.unreadable;
-        }
-        return true;
-      });
+  archive.catalog().database().forEachRow("SELECT * FROM message WHERE erased = 0 ORDER BY id", {},
+                                          [&](const Row& columns) {
+                                            const MessageRow row(columns);
+                                            ArchivedMessage message(archive, row);
+                                            if (message.subject().matches(hold.criteria)) {
+                                              catalog.link(row.id, hold.id);
+                                              if (message.isUnreadable()) ++coverage.unreadable;
+                                            }
+                                            return true;
+                                          });
   coverage.messages = catalog.messagesUnder(hold.id);
   return coverage;
 }

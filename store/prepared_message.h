@@ -66,7 +66,8 @@ struct PreparedMessage {
   EnvelopeFields envelope;
   std::vector<std::pair<std::string, std::string>> headers;  ///< for the header index
   IndexedText indexed;
-  std::string people;  ///< the fields From, To, Cc and Bcc in one text, and the addresses read there
+  std::string
+      people;  ///< the fields From, To, Cc and Bcc in one text, and the addresses read there
   std::int64_t unreadableAttachments =
       0;  ///< of a kind whose text is read, which was not to be had
 };

@@ -21,9 +21,8 @@ class RetentionCommands : public CommandLine {
     run({"create", archive(), "--name", "Büro", "--regimes", "ch-gebuev,eu-gdpr"});
     write("old/one.eml",
           "Date: 1 Feb 2010 10:00:00 +0000\r\nFrom: anna@example.com\r\nSubject: Alt\r\n\r\nx\r\n");
-    write("old/two.eml",
-          "Date: 2 Feb 2010 10:00:00 +0000\r\nFrom: bert@example.com\r\nSubject: " +
-              std::string(60, 'z') + "\r\n\r\nx\r\n");
+    write("old/two.eml", "Date: 2 Feb 2010 10:00:00 +0000\r\nFrom: bert@example.com\r\nSubject: " +
+                             std::string(60, 'z') + "\r\n\r\nx\r\n");
   }
   Result command(const std::string& name, Words words) {
     words.insert(words.begin(), {name, archive()});
@@ -136,8 +135,8 @@ TEST_F(RetentionCommands, holdAndDispose) {
   EXPECT_EQ(placed.out, "Placed hold Matter\\n1 over 1 messages\n");
   const std::string list = command("hold", {"list"}).out;
   std::smatch line;
-  ASSERT_TRUE(std::regex_match(
-      list, line, std::regex("ACTIVE  ([0-9A-F-]+)  Matter\\\\n1 — Klage: Eva\n")))
+  ASSERT_TRUE(
+      std::regex_match(list, line, std::regex("ACTIVE  ([0-9A-F-]+)  Matter\\\\n1 — Klage: Eva\n")))
       << list;
   EXPECT_EQ(command("retention", {}).out,
             "Disposal setting     : Report only — never delete anything\n"

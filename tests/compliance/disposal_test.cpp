@@ -41,7 +41,10 @@ TEST(Disposal, refusals) {
     std::function<bool(const Refusal&)> isIt;
   } kCases[] = {
       {"notPermitted", reportOnly, {{}, "", "", "dispose"}, &Refusal::is<Refusal::NotPermitted>},
-      {"confirmation", unencrypted, {{}, "", "", "dispose"}, &Refusal::is<Refusal::ConfirmationMismatch>},
+      {"confirmation",
+       unencrypted,
+       {{}, "", "", "dispose"},
+       &Refusal::is<Refusal::ConfirmationMismatch>},
       {"approver", unencrypted, {{}, " ", "", "DISPOSE"}, &Refusal::is<Refusal::NoApprover>},
       {"reason", unencrypted, {{}, "Eva", "\n", "DISPOSE"}, &Refusal::is<Refusal::NoReason>},
       {"list", unencrypted, {{}, "Eva", "r", "DISPOSE"}, &Refusal::is<Refusal::NothingApproved>},
@@ -72,7 +75,8 @@ TEST(Disposal, erasesOnlyWhatMayGo) {
   const RetentionOutcome review = reviewRetention(*archive, kDue, true);
   ASSERT_EQ(review.expiredCount, 5);
   // What happens between review and approval:
-  placeHold(*archive, {"1", "M", "", "", kTestTime, std::nullopt, {.searchTerms = {"Lieferung 2"}}});
+  placeHold(*archive,
+            {"1", "M", "", "", kTestTime, std::nullopt, {.searchTerms = {"Lieferung 2"}}});
   db.run("UPDATE message SET retention_class = 'gone' WHERE id = 3");
   db.run("UPDATE message SET expires_at = ? WHERE id = 4", {kDue.seconds + 1});
   db.run("UPDATE message SET expires_at = ? WHERE id = 5", {kDue});
@@ -120,11 +124,13 @@ TEST(Disposal, interruptedLeavesAnApprovalWithoutAnOutcome) {
   TestArchive archive(disposing());
   archive.ingest({plainMail(1), plainMail(2)});
   const auto onKeys = [&archive](const char* sql) {
-    SQLiteDatabase(archive.path() / "keys/content-keys.sqlite", SQLiteDatabase::Mode::readWrite, "t")
+    SQLiteDatabase(archive.path() / "keys/content-keys.sqlite", SQLiteDatabase::Mode::readWrite,
+                   "t")
         .execute(sql);
   };
-  onKeys("CREATE TRIGGER stop BEFORE DELETE ON content_key WHEN OLD.message_id = 2 BEGIN SELECT "
-         "RAISE(ABORT, 'disk'); END");
+  onKeys(
+      "CREATE TRIGGER stop BEFORE DELETE ON content_key WHEN OLD.message_id = 2 BEGIN SELECT "
+      "RAISE(ABORT, 'disk'); END");
   EXPECT_THROW(disposeApproved(*archive, approval({1, 2}), kDue), SQLiteError);
   EXPECT_EQ(archive.entries(AuditAction::retentionApplied).back().details.at("action"),
             "disposal approved");

@@ -58,7 +58,8 @@ TEST(Holds, coverTheSameBeforeAndAfter) {
         archive.ingest({plainMail(1, "Gruss", "Das Geheimnis."), crowdedMail(2)});
         archive.ingest({plainMail(3), mailWithFiles(4, {{"a.pdf", noise(9000)}})}, "The Matter/x");
       };
-      for (const auto& c : kCases) placeHold(*archive, hold(std::string("before ") + c.name, c.criteria));
+      for (const auto& c : kCases)
+        placeHold(*archive, hold(std::string("before ") + c.name, c.criteria));
       fill();
       for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);

@@ -185,7 +185,8 @@ std::set<std::string> allTexts() {
                                  "signed, authority unavailable",
                                  "Apple Development certificate"};
   for (const Finding& finding : allFindings()) texts.insert(finding.message().format);
-  for (const auto& list : {reportWords(), holdingsWords(), retentionWords()}) texts.insert(list.begin(), list.end());
+  for (const auto& list : {reportWords(), holdingsWords(), retentionWords()})
+    texts.insert(list.begin(), list.end());
   texts.insert(check_names::kAll.begin(), check_names::kAll.end());
   const auto addRefusal = [&](const TranslatableError& e) { texts.insert(e.message().format); };
   using Refusal = DisposalRefusal;

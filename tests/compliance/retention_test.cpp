@@ -27,7 +27,8 @@ TEST(Retention, reviewIsExactToTheSecond) {
   TestArchive archive;
   archive.ingest({dated(1, "1 Feb 2010 10:00:00 +0000"), dated(2, "1 Feb 2011 10:00:00 +0000"),
                   dated(3, "1 Feb 2012 10:00:00 +0000")});
-  placeHold(*archive, {"1", "M", "", "", kTestTime, std::nullopt, {.dateTo = at("2010-12-31T00:00:00Z")}});
+  placeHold(*archive,
+            {"1", "M", "", "", kTestTime, std::nullopt, {.dateTo = at("2010-12-31T00:00:00Z")}});
   const struct {
     const char* asOf;
     std::int64_t expired, heldBack, soon;

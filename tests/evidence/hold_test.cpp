@@ -11,7 +11,9 @@ constexpr Date kDay{1000};
 
 HoldSubject subject(std::optional<Date> date = kDay, bool isReadable = true) {
   const auto text = [isReadable](const char* words) {
-    return [isReadable, words] { return isReadable ? std::optional<std::string>(words) : std::nullopt; };
+    return [isReadable, words] {
+      return isReadable ? std::optional<std::string>(words) : std::nullopt;
+    };
   };
   return HoldSubject({.hash = "ab12",
                       .folders = {"INBOX", "Projekte/STRASSE 7"},
@@ -79,8 +81,9 @@ TEST(LegalHold, json) {
             "one");
   hold.releasedAt = Date{2e9};
   EXPECT_EQ(legalHoldFromJson(legalHoldJson(hold)), hold);
-  for (const char* damaged : {"", "{}", R"({"id":"1","name":"","reason":"","custodian":"",)"
-                                        R"("createdAt":"never","criteria":{}})"}) {
+  for (const char* damaged : {"", "{}",
+                              R"({"id":"1","name":"","reason":"","custodian":"",)"
+                              R"("createdAt":"never","criteria":{}})"}) {
     EXPECT_THROW(legalHoldFromJson(damaged), JsonError) << damaged;
   }
 }
