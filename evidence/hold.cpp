@@ -17,21 +17,6 @@ constexpr const char* kDocument = "The legal hold";
 
 std::string folded(std::string_view text) { return composed(lowercase(text)); }
 
-/// Whether any of `entries` stands in what `read` gives, which is kept in `kept`. What cannot be
-/// read holds any entry that says something.
-bool containsAny(const std::function<std::optional<std::string>()>& read,
-                 std::optional<std::optional<std::string>>& kept, const Texts& entries) {
-  return std::ranges::any_of(entries, [&](const std::string& entry) {
-    const std::string_view wanted = trim(entry);
-    if (wanted.empty()) return false;
-    if (!kept) {
-      const auto text = read();
-      kept = text ? std::optional(folded(*text)) : std::nullopt;
-    }
-    return !*kept || (*kept)->find(folded(wanted)) != std::string::npos;
-  });
-}
-
 bool containsAnyIgnoringCase(std::string_view text, const Texts& entries) {
   return std::ranges::any_of(entries, [text](const std::string& entry) {
     const std::string_view wanted = trim(entry);
@@ -96,6 +81,19 @@ std::string HoldCriteria::summary() const {
   return join(parts, ", ");
 }
 
+bool LateText::containsAny(const Reader& read, const Texts& entries) {
+  return std::ranges::any_of(entries, [&](const std::string& entry) {
+    const std::string_view wanted = trim(entry);
+    if (wanted.empty()) return false;
+    if (!isAsked_) {
+      folded_ = read();
+      if (folded_) folded_ = folded(*folded_);
+      isAsked_ = true;
+    }
+    return !folded_ || folded_->find(folded(wanted)) != std::string::npos;
+  });
+}
+
 bool HoldSubject::matches(const HoldCriteria& criteria) {
   if (std::ranges::any_of(criteria.pinnedMessageHashes, [this](const std::string& pinned) {
         return asciiEqualIgnoringCase(trim(pinned), source_.hash);
@@ -111,8 +109,8 @@ bool HoldSubject::matches(const HoldCriteria& criteria) {
   return isInFolder && (!criteria.dateFrom || (date && *date >= *criteria.dateFrom)) &&
          (!criteria.dateTo || (date && *date <= *criteria.dateTo)) &&
          (criteria.participants.empty() ||
-          containsAny(source_.participants, participants_, criteria.participants)) &&
-         (criteria.searchTerms.empty() || containsAny(source_.text, text_, criteria.searchTerms));
+          participants_.containsAny(source_.participants, criteria.participants)) &&
+         (criteria.searchTerms.empty() || text_.containsAny(source_.text, criteria.searchTerms));
 }
 
 std::string holdCriteriaJson(const HoldCriteria& criteria) { return dump(encode(criteria)); }

@@ -27,6 +27,20 @@ struct HoldCriteria {
   std::string summary() const;
 };
 
+/// A text that is asked for when it is first needed, folded for comparing.
+class LateText {
+ public:
+  /// `read` gives the text; absent: it cannot be read.
+  using Reader = std::function<std::optional<std::string>()>;
+  /// Whether any of `entries` stands in the text. One that cannot be read holds any entry that says
+  /// something.
+  bool containsAny(const Reader& read, const std::vector<std::string>& entries);
+
+ private:
+  bool isAsked_ = false;
+  std::optional<std::string> folded_;
+};
+
 /// What holds look at in a message, asked for at most once and only when a criterion needs it.
 class HoldSubject {
  public:
@@ -36,8 +50,8 @@ class HoldSubject {
     std::optional<Date> date;
     // Absent: it cannot be read, and then counts as holding whatever is looked for, since a message
     // must not lose its protection by damage.
-    std::function<std::optional<std::string>()> participants;  ///< names and addresses, in one text
-    std::function<std::optional<std::string>()> text;          ///< subject and body
+    LateText::Reader participants;  ///< names and addresses, in one text
+    LateText::Reader text;          ///< subject and body
   };
   explicit HoldSubject(Source source) : source_(std::move(source)) {}
 
@@ -47,10 +61,8 @@ class HoldSubject {
   bool matches(const HoldCriteria& criteria);
 
  private:
-  using Folded = std::optional<std::optional<std::string>>;  // asked for or not, readable or not
-
   Source source_;
-  Folded participants_, text_;
+  LateText participants_, text_;
 };
 
 /// A freeze on what belongs to a matter: neither a period's end nor a request erases it.
