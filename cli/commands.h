@@ -56,6 +56,8 @@ int bench(const Arguments& arguments, Console& console);
 int timestamp(const Arguments& arguments, Console& console);
 int verify(const Arguments& arguments, Console& console);
 int gaps(const Arguments& arguments, Console& console);
+int erase(const Arguments& arguments, Console& console);
+int request(const Arguments& arguments, Console& console);
 
 // What commands share.
 
@@ -69,6 +71,9 @@ std::unique_ptr<MailArchive> openArchive(const Arguments& arguments, Console& co
 
 /// The message a word names: a row by its number, else by its digest. Throws CLIError.
 MessageRow findMessage(MailArchive& archive, const std::string& word);
+
+/// Says so when an erasure could not make the catalog's log forget yet.
+void noteUnforgotten(bool isForgotten, Console& console);
 
 }  // namespace ambervane
 
