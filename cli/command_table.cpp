@@ -74,11 +74,11 @@ constexpr std::array kCommands = {
             "[--participant <a>] [--folder <f>] [--term <t>] [--id <holdID>]",
             "Keep legal holds", hold},
     Command{"erase", "<archive> <id> --reason <r> --requester <who>",
-            "Destroy the key of one message", nullptr},
+            "Destroy the key of one message", erase},
     Command{"request",
             "<archive> --participant <address> [--participant <another>…] [--erase --approved-by "
             "<who> --reason <r> --confirm DISPOSE]",
-            "Review or carry out a data subject request", nullptr},
+            "Review or carry out a data subject request", request},
     Command{"attachments", "<archive> <id> [--extract <dir>]",
             "List or extract a message's attachments", attachments},
     Command{"duplicates", "<archive> [--min 2]", "List files that several messages carry",

@@ -60,6 +60,8 @@ int retention(const Arguments& arguments, Console& console);
 int policy(const Arguments& arguments, Console& console);
 int reclassifyCommand(const Arguments& arguments, Console& console);
 int hold(const Arguments& arguments, Console& console);
+int erase(const Arguments& arguments, Console& console);
+int request(const Arguments& arguments, Console& console);
 
 // What commands share.
 
@@ -73,6 +75,9 @@ std::unique_ptr<MailArchive> openArchive(const Arguments& arguments, Console& co
 
 /// The message a word names: a row by its number, else by its digest. Throws CLIError.
 MessageRow findMessage(MailArchive& archive, const std::string& word);
+
+/// Says so when an erasure could not make the catalog's log forget yet.
+void noteUnforgotten(bool isForgotten, Console& console);
 
 }  // namespace ambervane
 

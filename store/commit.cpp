@@ -143,8 +143,9 @@ class Commit {
   }
 
   std::int64_t commitBlob(const PreparedBlob& blob) {
-    if (const auto known = catalog_.blob(blob.ref.encodedHash)) return known->id;
     const std::string& hash = blob.ref.encodedHash;
+    const auto known = catalog_.blob(hash);
+    if (known && !isErased(*known)) return known->id;
     const RecordFlags flags = RecordFlags::make(blob.compressed.codec, encrypts_, true);
     const PackLocation location = append(
         blob.compressed, flags, hash, [&] { return archive_.keys().blobKey(hash, true).value(); });
@@ -165,7 +166,15 @@ class Commit {
     row.dictionaryID = message_.dictionaryID;
     row.recipe = blob.recipe;
     row.encodedSize = static_cast<std::int64_t>(blob.encodedLength);
-    return catalog_.insertBlob(row);
+    if (!known) return catalog_.insertBlob(row);
+    catalog_.replaceBlob(known->id, row);
+    return known->id;
+  }
+
+  /// Whether the last message that referred to a blob was erased, and the blob's key with it.
+  bool isErased(const BlobRow& blob) const {
+    return blob.refcount <= 0 && RecordFlags{blob.recordFlags}.encrypted() &&
+           !archive_.keys().blobKey(blob.hash, false);
   }
 
   void place(std::int64_t id, const std::vector<StoredAttachment>& attachments) {

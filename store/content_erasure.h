@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <span>
 #include <string>
 
@@ -23,6 +24,11 @@ struct ErasedContent {
 /// it puts into the journal is kept with it.
 using ErasureRecorder =
     std::function<void(std::int64_t id, const std::string& sha256, std::int64_t attachmentKeys)>;
+
+/// What the journal says of one erasure, as details of `messageErased` for the message's digest.
+std::map<std::string, std::string> erasureDetails(std::int64_t id, const std::string& reason,
+                                                  const std::string& requester,
+                                                  std::int64_t attachmentKeys);
 
 /// Whether destroying keys makes a message unreadable: its record and its attachments are encrypted.
 /// False for one that is not there.

@@ -17,6 +17,7 @@
 #include "platform/immutable_flag.h"
 #include "resources/archive_format.h"
 #include "store/archive_error.h"
+#include "store/content_erasure.h"
 #include "store/pack_format.h"
 
 namespace ambervane {
@@ -209,6 +210,13 @@ void MailArchive::prepareForWriting() {
                      {{"swept_incomplete_rows", std::to_string(swept)}});
   }
   settleCurrentPack();
+  if (completeErasures(*this)) {
+    try {
+      sealNow();
+    } catch (const TranslatableError&) {
+      // What was erased is in the journal; the next seal covers it.
+    }
+  }
 }
 
 void MailArchive::removeTemporaryFiles() {
