@@ -57,10 +57,7 @@ void dispose(MailArchive& archive, const RetentionOutcome& outcome, const Argume
               << "Skipped, on hold     : " << result.skippedOnHold << "\n"
               << "Skipped, not expired : " << result.skippedNoLongerExpired << "\n"
               << "Skipped, already gone: " << result.skippedAlreadyErased << "\n";
-  if (!result.isForgotten) {
-    console.err << "Note: another program was reading the catalog, so words of what was erased may "
-                   "stand in its log until the archive is next opened for writing.\n";
-  }
+  noteUnforgotten(result.isForgotten, console);
 }
 
 }  // namespace

@@ -42,7 +42,6 @@ TEST_F(RetentionCommands, policyRefusals) {
     Words words;
     const char* text;
   } kCases[] = {
-      {"disposal", {"--disposal", "always"}, "--disposal must be reportOnly or manualApproval"},
       {"regimes", {"--regimes", "xx"}, "no recognised regimes in --regimes"},
       {"firstFirst",
        {"--remove-class", "business", "--regimes", "xx"},
@@ -53,18 +52,12 @@ TEST_F(RetentionCommands, policyRefusals) {
       {"class",
        {"--set-class", "a:A:ten"},
        "--set-class expects identifier:Label:years[:endOfYear|exactDate]"},
-      {"classFiveParts",
-       {"--set-class", "a:A:1:exactDate:x"},
-       "--set-class expects identifier:Label:years[:endOfYear|exactDate]"},
       {"removeDefault",
        {"--remove-class", "business", "--default-class", "contract"},
        "cannot remove the default class; set another default first"},
       {"defaultUnknown", {"--default-class", "xx"}, "no such class: xx"},
       {"ruleClass",
        {"--add-rule", "n:xx:folder=a"},
-       "--add-rule expects name:classIdentifier:criteria, with a known class"},
-      {"ruleKey",
-       {"--add-rule", "n:contract:size=a"},
        "--add-rule expects name:classIdentifier:criteria, with a known class"},
       {"ruleEmpty",
        {"--add-rule", "n:contract:attachment=no"},
