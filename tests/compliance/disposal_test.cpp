@@ -41,12 +41,6 @@ TEST(Disposal, refusals) {
     std::function<bool(const Refusal&)> isIt;
   } kCases[] = {
       {"notPermitted", reportOnly, {{}, "", "", "dispose"}, &Refusal::is<Refusal::NotPermitted>},
-      {"confirmation",
-       unencrypted,
-       {{}, "", "", "dispose"},
-       &Refusal::is<Refusal::ConfirmationMismatch>},
-      {"approver", unencrypted, {{}, " ", "", "DISPOSE"}, &Refusal::is<Refusal::NoApprover>},
-      {"reason", unencrypted, {{}, "Eva", "\n", "DISPOSE"}, &Refusal::is<Refusal::NoReason>},
       {"list", unencrypted, {{}, "Eva", "r", "DISPOSE"}, &Refusal::is<Refusal::NothingApproved>},
       {"keys", unencrypted, approval({1}), &Refusal::is<Refusal::ShreddingUnavailable>},
   };
