@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "base/json.h"
 #include "store/catalog_holds.h"
 #include "tests/support/mail_builder.h"
 #include "tests/support/test_archive.h"
@@ -103,13 +102,6 @@ TEST(Holds, releaseLeavesTheRecordAndOtherHolds) {
   EXPECT_EQ(placed.details.at("criteria"), "anyone matching anna");
   EXPECT_EQ(holdCriteriaFromJson(placed.details.at("definition")).participants.front(), "anna");
   EXPECT_EQ(archive.entries(AuditAction::legalHoldReleased).size(), 2U);
-}
-
-TEST(Holds, aHoldThatCannotBeReadLetsNothingIn) {
-  TestArchive archive;
-  archive->catalog().database().run("INSERT INTO hold VALUES('1', '{', 1, NULL)");
-  EXPECT_THROW(archive.ingest({plainMail(1)}), JsonError);
-  EXPECT_EQ(archive->catalog().stats().messages, 0);
 }
 
 }  // namespace
