@@ -61,24 +61,25 @@ constexpr std::array kCommands = {
             "Write the message index as a table", tableCommand},
     Command{"stats", "<archive>", "Say what the archive holds", stats},
     Command{"retention", "<archive> [--dispose --approved-by <who> --reason <r> --confirm DISPOSE]",
-            "Review what is past its period", nullptr},
+            "Review what is past its period", retention},
     Command{"policy",
             "<archive> [--second-copy <where>] [--procedure <ref>] [--timestamp-authority <url>] "
             "[--disposal reportOnly|manualApproval] [--regimes …] [--set-class …] [--remove-class "
             "id] [--default-class id] [--add-rule …] [--remove-rule name] [--financial-year-end "
             "<month 1–12>] --reason <why>",
-            "Show or change the retention policy", nullptr},
-    Command{"reclassify", "<archive>", "Apply the rules to archived messages again", nullptr},
+            "Show or change the retention policy", policy},
+    Command{"reclassify", "<archive>", "Apply the rules to archived messages again",
+            reclassifyCommand},
     Command{"hold",
             "<archive> list|place|release [--name <n>] [--reason <r>] [--custodian <c>] "
             "[--participant <a>] [--folder <f>] [--term <t>] [--id <holdID>]",
-            "Keep legal holds", nullptr},
+            "Keep legal holds", hold},
     Command{"erase", "<archive> <id> --reason <r> --requester <who>",
-            "Destroy the key of one message", nullptr},
+            "Destroy the key of one message", erase},
     Command{"request",
             "<archive> --participant <address> [--participant <another>…] [--erase --approved-by "
             "<who> --reason <r> --confirm DISPOSE]",
-            "Review or carry out a data subject request", nullptr},
+            "Review or carry out a data subject request", request},
     Command{"attachments", "<archive> <id> [--extract <dir>]",
             "List or extract a message's attachments", attachments},
     Command{"duplicates", "<archive> [--min 2]", "List files that several messages carry",

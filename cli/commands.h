@@ -60,6 +60,12 @@ int verify(const Arguments& arguments, Console& console);
 int gaps(const Arguments& arguments, Console& console);
 int control(const Arguments& arguments, Console& console);
 int procedureTemplate(const Arguments& arguments, Console& console);
+int retention(const Arguments& arguments, Console& console);
+int policy(const Arguments& arguments, Console& console);
+int reclassifyCommand(const Arguments& arguments, Console& console);
+int hold(const Arguments& arguments, Console& console);
+int erase(const Arguments& arguments, Console& console);
+int request(const Arguments& arguments, Console& console);
 
 // What commands share.
 
@@ -77,6 +83,9 @@ void noteMissingDocumentHelper(const MailArchive& archive, Console& console);
 
 /// The message a word names: a row by its number, else by its digest. Throws CLIError.
 MessageRow findMessage(MailArchive& archive, const std::string& word);
+
+/// Says so when an erasure could not make the catalog's log forget yet.
+void noteUnforgotten(bool isForgotten, Console& console);
 
 }  // namespace ambervane
 

@@ -19,13 +19,12 @@ std::string dateText(const std::optional<Date>& date) {
                      local.hour, local.minute);
 }
 
-/// Who sent it, as people say it: the name, else the address.
+}  // namespace
+
 std::string displaySender(const MessageRow& row) {
   if (row.fromName && !trim(*row.fromName).empty()) return printable(*row.fromName);
   return printable(row.fromAddress.value_or(""));
 }
-
-}  // namespace
 
 std::string wordsFrom(const Arguments& arguments, std::size_t first) {
   std::string line;

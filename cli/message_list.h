@@ -13,6 +13,9 @@ namespace ambervane {
 /// The positional words from `first` on, joined by one blank, so that a query need not be quoted.
 std::string wordsFrom(const Arguments& arguments, std::size_t first);
 
+/// Who sent it, as people say it: the name, else the address.
+std::string displaySender(const MessageRow& row);
+
 /// How many were found and how fast, then a line for each hit.
 void printHits(const SearchResult& result, std::ostream& out);
 

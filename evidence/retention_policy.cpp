@@ -74,6 +74,20 @@ constexpr std::array kMonths = {"January",   "February", "March",    "April",
                                 "May",       "June",     "July",     "August",
                                 "September", "October",  "November", "December"};
 
+constexpr const char* kOr = "or";
+constexpr const char* kMailbox = "mailbox contains %@";
+constexpr const char* kAnyone = "anyone matching %@";
+constexpr const char* kSubject = "subject contains %@";
+constexpr const char* kAttachment = "has an attachment";
+constexpr const char* kNoCriteria = "no criteria — matches nothing";
+constexpr const char* kCalendarYear = "counted from the end of the calendar year";
+constexpr const char* kBothInDecember =
+    "counted from the end of the year (financial and calendar year both end in December)";
+constexpr const char* kFinancialYear = "counted from the end of the financial year (ends in %@)";
+constexpr const char* kWhicheverIsLater =
+    "counted from the end of the financial year (ends in %@) or of the calendar year, whichever is "
+    "later";
+
 template <typename Enumeration, typename Table>
 std::optional<Enumeration> fromIdentifier(const Table& table, std::string_view identifier) {
   for (std::size_t i = 0; i < table.size(); ++i) {
@@ -152,16 +166,19 @@ bool RetentionRule::isEmpty() const noexcept {
   return participants.empty() && folders.empty() && subjectContains.empty() && !requiresAttachment;
 }
 
-std::string RetentionRule::summary() const {
+std::string RetentionRule::summary(ReportLanguage language) const {
   std::vector<std::string> parts;
   const auto add = [&](const char* words, const std::vector<std::string>& list) {
-    if (!list.empty()) parts.push_back(words + join(list, " or "));
+    if (!list.empty()) {
+      parts.push_back(
+          localized({words, {join(list, " " + localized(kOr, language) + " ")}}, language));
+    }
   };
-  add("mailbox contains ", folders);
-  add("anyone matching ", participants);
-  add("subject contains ", subjectContains);
-  if (requiresAttachment) parts.emplace_back("has an attachment");
-  return parts.empty() ? "no criteria — matches nothing" : join(parts, ", ");
+  add(kMailbox, folders);
+  add(kAnyone, participants);
+  add(kSubject, subjectContains);
+  if (requiresAttachment) parts.push_back(localized(kAttachment, language));
+  return parts.empty() ? localized(kNoCriteria, language) : join(parts, ", ");
 }
 
 RetentionPolicy::RetentionPolicy(std::set<ComplianceRegime> ofRegimes)
@@ -234,16 +251,13 @@ bool RetentionPolicy::movesRetentionDates(const RetentionPolicy& old) const {
          financialYearEndMonth != old.financialYearEndMonth;
 }
 
-std::string RetentionPolicy::countingDescription() const {
-  if (!countsFinancialYear(*this)) return "counted from the end of the calendar year";
+std::string RetentionPolicy::countingDescription(ReportLanguage language) const {
+  if (!countsFinancialYear(*this)) return localized(kCalendarYear, language);
   const int month = financialMonth(*this);
-  if (alsoCountsCalendarYear(*this) && month == 12) {
-    return "counted from the end of the year (financial and calendar year both end in December)";
-  }
-  return fmt::format(
-      "counted from the end of the financial year (ends in {}){}",
-      kMonths[static_cast<std::size_t>(month) - 1],
-      alsoCountsCalendarYear(*this) ? " or of the calendar year, whichever is later" : "");
+  if (alsoCountsCalendarYear(*this) && month == 12) return localized(kBothInDecember, language);
+  const std::string name = localized(kMonths[static_cast<std::size_t>(month) - 1], language);
+  return localized({alsoCountsCalendarYear(*this) ? kWhicheverIsLater : kFinancialYear, {name}},
+                   language);
 }
 
 std::vector<std::string> RetentionPolicy::summary() const {
@@ -255,6 +269,20 @@ std::vector<std::string> RetentionPolicy::summary() const {
                       countingDescription()),
           "Disposal: " + std::string(facts(disposalPolicy).label),
           "Default class: " + defaultClass.label};
+}
+
+std::vector<std::string> retentionWords() {
+  std::vector<std::string> words = {
+      kOr,         kMailbox,      kAnyone,         kSubject,          kAttachment,
+      kNoCriteria, kCalendarYear, kBothInDecember, kWhicheverIsLater, kFinancialYear};
+  words.insert(words.end(), kMonths.begin(), kMonths.end());
+  for (const RegimeFacts& regime : kRegimes) words.emplace_back(regime.label);
+  for (const DisposalFacts& disposal : kDisposals) {
+    words.emplace_back(disposal.label);
+    words.emplace_back(disposal.explanation);
+  }
+  for (const RetentionClass& builtIn : RetentionClass::builtIn()) words.push_back(builtIn.label);
+  return words;
 }
 
 }  // namespace ambervane

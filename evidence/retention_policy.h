@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/date.h"
+#include "base/report_language.h"
 
 namespace ambervane {
 
@@ -70,7 +71,7 @@ struct RetentionRule {
   friend bool operator==(const RetentionRule&, const RetentionRule&) = default;
 
   bool isEmpty() const noexcept;  ///< no criteria: matches nothing
-  std::string summary() const;
+  std::string summary(ReportLanguage language = ReportLanguage::english) const;
 };
 
 enum class PeriodBasis { financialYear, calendarYear, messageDate };
@@ -121,10 +122,13 @@ struct RetentionPolicy {
   /// Whether going over from `old` to this policy can change keep-until dates.
   bool movesRetentionDates(const RetentionPolicy& old) const;
   /// From when periods count, such as "counted from the end of the calendar year".
-  std::string countingDescription() const;
+  std::string countingDescription(ReportLanguage language = ReportLanguage::english) const;
   /// The policy in a few lines for people.
   std::vector<std::string> summary() const;
 };
+
+/// Every text a policy may say, in English; each is the key to its translations.
+std::vector<std::string> retentionWords();
 
 }  // namespace ambervane
 

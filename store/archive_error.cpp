@@ -53,12 +53,6 @@ struct Words {
   LocalizedMessage operator()(const ArchiveError::ReadOnly&) const {
     return {"The archive is open read-only", {}};
   }
-  LocalizedMessage operator()(const ArchiveError::HoldsUnavailable&) const {
-    return {
-        "This archive has active legal holds, which this version cannot apply to new messages. "
-        "Import with the version that placed them.",
-        {}};
-  }
   LocalizedMessage operator()(const ArchiveError::NotEnoughSpace& r) const {
     return {"%1$@ needs about %2$@ of free space and only %3$@ is available.",
             {r.what, r.needed, r.available}};

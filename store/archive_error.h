@@ -47,8 +47,6 @@ class ArchiveError final : public TranslatableError {
     std::string hash;
   };
   struct ReadOnly {};
-  /// The archive has active legal holds, which this version cannot apply to new messages yet.
-  struct HoldsUnavailable {};
   struct NotEnoughSpace {
     std::string what;       ///< what was about to be done, such as "Importing mail"
     std::string needed;     ///< for people, such as "1.2 GB"
@@ -56,7 +54,7 @@ class ArchiveError final : public TranslatableError {
   };
   using Reason = std::variant<NotAnArchive, DestinationNotEmpty, VersionUnsupported,
                               LockedByAnother, LockUnavailable, MessageMissing, Erased, OnLegalHold,
-                              BlobMissing, BlobErased, ReadOnly, HoldsUnavailable, NotEnoughSpace>;
+                              BlobMissing, BlobErased, ReadOnly, NotEnoughSpace>;
 
   explicit ArchiveError(Reason reason) : reason_(std::move(reason)) {}
   const Reason& reason() const noexcept { return reason_; }

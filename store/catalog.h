@@ -73,6 +73,10 @@ class Catalog {
   std::int64_t insertBlob(const BlobRow& blob);
   void retainBlob(std::int64_t id);
   void releaseBlob(std::int64_t id);
+  /// Puts a blob that was erased into a new place.
+  void replaceBlob(std::int64_t id, const BlobRow& blob);
+  /// Encrypted blobs that no message refers to, by hash.
+  std::vector<std::string> unusedBlobs();
   void insertAttachment(std::int64_t messageID, const StoredAttachment& attachment);
   std::vector<AttachmentRow> attachments(std::int64_t messageID);
   /// Files carried by at least `minimumCopies` messages that are not erased; those that save most
@@ -95,6 +99,14 @@ class Catalog {
   std::optional<MessageRow> message(std::string_view hash);
   /// The digest alone.
   std::optional<std::string> messageDigest(std::int64_t id);
+  /// Blanks what a row, its headers and its attachments say of the message's content, and takes its
+  /// words out of the index. Digest, dates, size and place stay, to prove that something was here.
+  void markErased(std::int64_t id, const std::string& reason);
+  /// Gives back the blobs of a message that is being erased; returns the hashes of encrypted ones
+  /// that no other message refers to.
+  std::vector<std::string> releaseBlobsOf(std::int64_t messageID);
+  /// Ascending.
+  std::vector<std::int64_t> erasedMessages();
   /// Removes rows that were never placed and gives back what they held; returns how many.
   std::int64_t sweepIncompleteMessages();
   /// `headers` are what `indexedHeaders` picked.

@@ -6,6 +6,7 @@
 
 #include "base/text.h"
 #include "store/catalog.h"
+#include "store/pack_format.h"
 
 namespace ambervane {
 
@@ -89,6 +90,24 @@ void Catalog::retainBlob(std::int64_t id) {
 
 void Catalog::releaseBlob(std::int64_t id) {
   db_->run("UPDATE blob SET refcount = MAX(0, refcount - 1) WHERE id = ?", {id});
+}
+
+void Catalog::replaceBlob(std::int64_t id, const BlobRow& blob) {
+  db_->run(
+      "UPDATE blob SET content_hash = ?, pack_id = ?, pack_offset = ?, stored_size = ?, orig_size "
+      "= ?, record_flags = ?, dictionary_id = ?, recipe = ?, encoded_size = ? WHERE id = ?",
+      {blob.contentHash, blob.packID, blob.packOffset, blob.storedSize, blob.originalSize,
+       blob.recordFlags, blob.dictionaryID, blob.recipe, blob.encodedSize, id});
+}
+
+std::vector<std::string> Catalog::unusedBlobs() {
+  std::vector<std::string> hashes;
+  db_->forEachRow("SELECT hash FROM blob WHERE refcount <= 0 AND (record_flags & ?) <> 0",
+                  {RecordFlags::kEncrypted}, [&hashes](const Row& row) {
+                    hashes.push_back(row.string("hash"));
+                    return true;
+                  });
+  return hashes;
 }
 
 void Catalog::insertAttachment(std::int64_t messageID, const StoredAttachment& attachment) {

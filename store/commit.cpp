@@ -4,7 +4,7 @@
 #include "store/commit.h"
 
 #include "base/text.h"
-#include "store/archive_error.h"
+#include "store/hold_application.h"
 #include "store/pack_error.h"
 #include "store/pack_format.h"
 #include "store/solid_block_writer.h"
@@ -68,7 +68,10 @@ class Commit {
     const std::string flags = flagText(message_.source.flags);
     if (catalog_.linkMessage(id, mailbox_.folderID, uid(), flags, message_.envelope.sentAt)) {
       const auto row = catalog_.message(id);
-      if (row) noteFurtherMailbox(*row);
+      if (row) {
+        noteFurtherMailbox(*row);
+        applyMatchingHolds(archive_, *row);
+      }
     }
     archive_.journal().append(AuditAction::messageDuplicate, message_.hash,
                               {{"folder_id", std::to_string(mailbox_.folderID)}});
@@ -141,8 +144,9 @@ class Commit {
   }
 
   std::int64_t commitBlob(const PreparedBlob& blob) {
-    if (const auto known = catalog_.blob(blob.ref.encodedHash)) return known->id;
     const std::string& hash = blob.ref.encodedHash;
+    const auto known = catalog_.blob(hash);
+    if (known && !isErased(*known)) return known->id;
     const RecordFlags flags = RecordFlags::make(blob.compressed.codec, encrypts_, true);
     const PackLocation location = append(
         blob.compressed, flags, hash, [&] { return archive_.keys().blobKey(hash, true).value(); });
@@ -163,7 +167,15 @@ class Commit {
     row.dictionaryID = message_.dictionaryID;
     row.recipe = blob.recipe;
     row.encodedSize = static_cast<std::int64_t>(blob.encodedLength);
-    return catalog_.insertBlob(row);
+    if (!known) return catalog_.insertBlob(row);
+    catalog_.replaceBlob(known->id, row);
+    return known->id;
+  }
+
+  /// Whether the last message that referred to a blob was erased, and the blob's key with it.
+  bool isErased(const BlobRow& blob) const {
+    return blob.refcount <= 0 && RecordFlags{blob.recordFlags}.encrypted() &&
+           !archive_.keys().blobKey(blob.hash, false);
   }
 
   void place(std::int64_t id, const std::vector<StoredAttachment>& attachments) {
@@ -225,7 +237,7 @@ class Commit {
     } else {
       archive_.solidBlock().add({id, message_.record.payload, {std::move(line)}});
     }
-    applyMatchingHolds();
+    applyMatchingHolds(archive_, id, message_, mailbox_.path);
     recordIngested(id, insert);
     if (const auto rules = activeTagRules(archive_); !rules->empty()) {
       applyTagRules(archive_, id, *rules, "rule", &message_.indexed);
@@ -256,13 +268,6 @@ class Commit {
             .internalDate = message_.source.internalDate,
             .retentionClass = ofClass,
             .blockMember = std::nullopt};
-  }
-
-  void applyMatchingHolds() {
-    // A message must not slip past a hold that another version placed here.
-    if (catalog_.database().scalar("SELECT 1 FROM hold WHERE released_at IS NULL LIMIT 1")) {
-      throw ArchiveError(ArchiveError::HoldsUnavailable{});
-    }
   }
 
   void recordIngested(std::int64_t id, const MessageInsert& insert) {

@@ -87,6 +87,11 @@ bool holdsKeys(SQLiteDatabase& database) {
              "SELECT EXISTS(SELECT 1 FROM content_key) OR EXISTS(SELECT 1 FROM blob_key)") != 0;
 }
 
+Erasure readErasure(const Row& row) {
+  return {row.integer("message_id"), row.date("erased_at").value_or(Date{}),
+          row.optionalString("reason"), row.optionalString("requester")};
+}
+
 /// A file that cannot be read or has another length than a key is none.
 std::optional<SymmetricKey> readMasterKey(const fs::path& file) {
   auto raw = readFileIfPossible(file);
@@ -244,26 +249,33 @@ std::optional<SymmetricKey> ContentKeyStore::blobKey(std::string_view hash, bool
               hash);
 }
 
-void ContentKeyStore::shred(std::int64_t messageID, const std::optional<std::string>& reason,
+void ContentKeyStore::shred(std::span<const std::int64_t> messageIDs,
+                            const std::optional<std::string>& reason,
                             const std::optional<std::string>& requester) {
   requireWritable();
   const std::lock_guard lock(mutex_);
   requireNoBatch();
   db_->transaction([&] {
-    db_->run("DELETE FROM content_key WHERE message_id = ?", {messageID});
-    db_->run(
-        "INSERT OR REPLACE INTO erasure(message_id, erased_at, reason, requester) "
-        "VALUES(?, ?, ?, ?)",
-        {messageID, clock_(), reason, requester});
+    for (const std::int64_t id : messageIDs) {
+      db_->run("DELETE FROM content_key WHERE message_id = ?", {id});
+      db_->run(
+          "INSERT OR REPLACE INTO erasure(message_id, erased_at, reason, requester) "
+          "VALUES(?, ?, ?, ?)",
+          {id, clock_(), reason, requester});
+    }
   });
   scour();
 }
 
-void ContentKeyStore::shredBlobKey(std::string_view hash) {
+void ContentKeyStore::shredBlobKeys(std::span<const std::string> hashes) {
   requireWritable();
   const std::lock_guard lock(mutex_);
   requireNoBatch();
-  db_->run("DELETE FROM blob_key WHERE hash = ?", {hash});
+  db_->transaction([&] {
+    for (const std::string& hash : hashes) {
+      db_->run("DELETE FROM blob_key WHERE hash = ?", {hash});
+    }
+  });
   scour();
 }
 
@@ -282,14 +294,36 @@ bool ContentKeyStore::isErased(std::int64_t messageID) {
 
 std::int64_t ContentKeyStore::erasureCount() { return db_->count("SELECT count(*) FROM erasure"); }
 
+std::optional<Erasure> ContentKeyStore::erasure(std::int64_t messageID) {
+  std::optional<Erasure> found;
+  db_->forEachRow(
+      "SELECT message_id, erased_at, reason, requester FROM erasure WHERE message_id = ?",
+      {messageID}, [&found](const Row& row) {
+        found = readErasure(row);
+        return false;
+      });
+  return found;
+}
+
+std::vector<std::int64_t> ContentKeyStore::shreddedMessages() {
+  std::vector<std::int64_t> ids;
+  db_->forEachRow(
+      "SELECT message_id FROM erasure e WHERE NOT EXISTS (SELECT 1 FROM content_key k WHERE "
+      "k.message_id = e.message_id) ORDER BY message_id",
+      {}, [&ids](const Row& row) {
+        ids.push_back(row.integer("message_id"));
+        return true;
+      });
+  return ids;
+}
+
 std::vector<Erasure> ContentKeyStore::erasures() {
   std::vector<Erasure> all;
   db_->forEachRow(
       "SELECT message_id, erased_at, reason, requester FROM erasure "
       "ORDER BY erased_at, message_id",
       {}, [&all](const Row& row) {
-        all.push_back({row.integer("message_id"), row.date("erased_at").value_or(Date{}),
-                       row.optionalString("reason"), row.optionalString("requester")});
+        all.push_back(readErasure(row));
         return true;
       });
   return all;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -70,14 +71,23 @@ class ContentKeyStore {
   /// `newKey` and `key`.
   std::optional<SymmetricKey> blobKey(std::string_view hash, bool createIfMissing);
 
-  /// Destroys a message's key for good and records the erasure. When it returns no file of the
-  /// database holds the wrapped key. Not inside a batch. After a throw the key may be gone already;
-  /// a second call completes the work.
-  void shred(std::int64_t messageID, const std::optional<std::string>& reason,
+  /// Destroys the keys of messages for good and records the erasures. When it returns no file of the
+  /// database holds the wrapped keys. Not inside a batch. After a throw the keys may be gone already;
+  /// a second call completes the work. Takes as long as the database is large.
+  void shred(std::span<const std::int64_t> messageIDs, const std::optional<std::string>& reason,
              const std::optional<std::string>& requester);
-  /// Likewise for a blob, without a record.
-  void shredBlobKey(std::string_view hash);
+  void shred(std::int64_t messageID, const std::optional<std::string>& reason,
+             const std::optional<std::string>& requester) {
+    shred(std::span(&messageID, 1), reason, requester);
+  }
+  /// Likewise for blobs, without a record.
+  void shredBlobKeys(std::span<const std::string> hashes);
+  void shredBlobKey(const std::string& hash) { shredBlobKeys(std::span(&hash, 1)); }
   bool isErased(std::int64_t messageID);
+  /// The newest record of a message.
+  std::optional<Erasure> erasure(std::int64_t messageID);
+  /// Messages with a record and without a key, ascending.
+  std::vector<std::int64_t> shreddedMessages();
   std::int64_t erasureCount();
   std::vector<Erasure> erasures();  ///< oldest first
 

@@ -7,7 +7,8 @@ bool KnownDigests::hasMessage(std::string_view sha256) const noexcept {
 }
 
 bool KnownDigests::hasBlob(std::string_view hash) const noexcept {
-  return has("SELECT 1 FROM blob WHERE hash = ?", hash);
+  // One that nobody refers to may have been erased.
+  return has("SELECT 1 FROM blob WHERE hash = ? AND refcount > 0", hash);
 }
 
 bool KnownDigests::has(const char* sql, std::string_view hash) const noexcept {

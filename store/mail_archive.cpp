@@ -17,6 +17,7 @@
 #include "platform/immutable_flag.h"
 #include "resources/archive_format.h"
 #include "store/archive_error.h"
+#include "store/content_erasure.h"
 #include "store/pack_format.h"
 
 namespace ambervane {
@@ -209,6 +210,13 @@ void MailArchive::prepareForWriting() {
                      {{"swept_incomplete_rows", std::to_string(swept)}});
   }
   settleCurrentPack();
+  if (completeErasures(*this)) {
+    try {
+      sealNow();
+    } catch (const TranslatableError&) {
+      // What was erased is in the journal; the next seal covers it.
+    }
+  }
 }
 
 void MailArchive::removeTemporaryFiles() {
@@ -324,6 +332,16 @@ void MailArchive::requireReader(int version) {
   raised.minimumReaderVersion = version;
   raised.save(url_ / "archive.json");
   manifest_ = std::move(raised);
+}
+
+void MailArchive::replacePolicy(const RetentionPolicy& policy) {
+  if (readOnly_) throw ArchiveError(ArchiveError::ReadOnly{});
+  ArchiveManifest changed = manifest_;
+  changed.policy = policy;
+  changed.policy.cryptoShreddingEnabled = manifest_.policy.cryptoShreddingEnabled;
+  changed.policy.wormEnforcement = manifest_.policy.wormEnforcement;
+  changed.save(url_ / "archive.json");
+  manifest_ = std::move(changed);
 }
 
 void MailArchive::noteDurablePack() {

@@ -114,6 +114,10 @@ class MailArchive {
   std::size_t flushSolidBlock();
   /// Raises what a reader must understand, on disk before anything needs it. Safe from one thread.
   void requireReader(int version);
+  /// Puts another policy into the manifest, on disk first. Whether messages are encrypted and packs
+  /// write-protected was decided when the archive was made: those two settings stay as they are.
+  /// Throws ArchiveError (ReadOnly), FileError.
+  void replacePolicy(const RetentionPolicy& policy);
   /// Flushes the sidecars; the first failure among them is journalled.
   void flushSidecars();
   /// Notes in the catalog up to where the current pack, just flushed, holds records.

@@ -152,6 +152,14 @@ EnvelopeFields readEnvelope(const ParsedMessage& parsed) {
 
 }  // namespace
 
+std::string peopleOf(const HeaderSet& headers, const std::string& addresses) {
+  std::string people = addresses;
+  for (const std::string_view name : kPeopleFields) {
+    for (const HeaderField& field : headers.all(name)) people += ' ' + field.decodedValue();
+  }
+  return people;
+}
+
 std::optional<PreparedMessage> prepareOne(SourceMessage source, const PrepareSettings& settings) {
   const Bytes raw = std::move(source.raw);
   source.raw = Bytes();
@@ -188,6 +196,7 @@ std::optional<PreparedMessage> prepareOne(SourceMessage source, const PrepareSet
   const MessageTexts texts = parsed.texts();
   out.envelope.snippet = collapsedForPreview(texts.plainTextBody, kSnippetLimit);
   out.headers = indexedHeaders(parsed.headers());
+  out.people = peopleOf(parsed.headers(), out.envelope.participants);
   out.indexed.subject = out.envelope.subject;
   out.indexed.participants = out.envelope.participants;
   out.indexed.body = std::string(prefixCharacters(texts.all, kMaxIndexedCharacters));

@@ -1,9 +1,11 @@
 #ifndef AMBERVANE_STORE_PREPARED_MESSAGE_H_
 #define AMBERVANE_STORE_PREPARED_MESSAGE_H_
 
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -64,9 +66,16 @@ struct PreparedMessage {
   EnvelopeFields envelope;
   std::vector<std::pair<std::string, std::string>> headers;  ///< for the header index
   IndexedText indexed;
+  std::string
+      people;  ///< the fields From, To, Cc and Bcc in one text, and the addresses read there
   std::int64_t unreadableAttachments =
       0;  ///< of a kind whose text is read, which was not to be had
 };
+
+/// The fields that name a message's people.
+inline constexpr std::array<std::string_view, 4> kPeopleFields = {"from", "to", "cc", "bcc"};
+/// Those fields of a message with their encoded words read, behind `addresses`, in one text.
+std::string peopleOf(const HeaderSet& headers, const std::string& addresses);
 
 /// Hashes, parses, splits and compresses one message. Absent for one without bytes. Safe from any
 /// thread; takes the source's bytes with it.

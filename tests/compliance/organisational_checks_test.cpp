@@ -8,8 +8,11 @@
 #include "base/text.h"
 #include "compliance/check_names.h"
 #include "compliance/control_words.h"
+#include "compliance/disposal_approval.h"
 #include "compliance/holdings.h"
+#include "compliance/holds.h"
 #include "evidence/sync_schedule.h"
+#include "store/archive_error.h"
 #include "tests/support/test_archive.h"
 
 namespace ambervane {
@@ -183,13 +186,25 @@ std::set<std::string> allTexts() {
                                  "signed, authority unavailable",
                                  "Apple Development certificate"};
   for (const Finding& finding : allFindings()) texts.insert(finding.message().format);
-  for (const auto& list : {reportWords(), holdingsWords()}) texts.insert(list.begin(), list.end());
+  for (const auto& list : {reportWords(), holdingsWords(), retentionWords()})
+    texts.insert(list.begin(), list.end());
   texts.insert(check_names::kAll.begin(), check_names::kAll.end());
   texts.insert(control_words::kAll.begin(), control_words::kAll.end());
   for (const RetentionClass& one : RetentionClass::builtIn()) texts.insert(one.label);
   for (int regime = 0; regime < 4; ++regime) {
     texts.insert(std::string(facts(static_cast<ComplianceRegime>(regime)).label));
   }
+  const auto addRefusal = [&](const TranslatableError& e) { texts.insert(e.message().format); };
+  using Refusal = DisposalRefusal;
+  addRefusal(Refusal(Refusal::NotPermitted{}));
+  addRefusal(Refusal(Refusal::ConfirmationMismatch{}));
+  addRefusal(Refusal(Refusal::NothingApproved{}));
+  addRefusal(Refusal(Refusal::NoApprover{}));
+  addRefusal(Refusal(Refusal::NoReason{}));
+  addRefusal(Refusal(Refusal::ShreddingUnavailable{}));
+  addRefusal(ArchiveError(ArchiveError::OnLegalHold{1}));
+  addRefusal(HoldError(HoldError::Unknown{"1"}));
+  addRefusal(HoldError(HoldError::AlreadyReleased{"1"}));
   texts.insert(SyncSchedule{}.summary().format);
   for (int interval = 0; interval < 3; ++interval) {
     for (int weekday = 1; weekday <= 7; ++weekday) {
