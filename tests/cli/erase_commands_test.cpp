@@ -47,7 +47,10 @@ TEST_F(EraseCommands, eraseOneMessage) {
             "Message 21 erased by destroying its content key. Pack bytes and audit chain "
             "untouched.\n");
   EXPECT_EQ(erased.status, 0);
-  EXPECT_EQ(run(words).out, erased.out);
+  write("a.ambervane/catalog.sqlite.broken-2026-01-01T00-00-00Z", "old");
+  const Result repeated = run(words);
+  EXPECT_EQ(repeated.out, erased.out);
+  EXPECT_THAT(repeated.err, HasSubstr("Note: catalog.sqlite.broken-2026-01-01T00-00-00Z is a "));
   const Result shown = run({"show", archive(), "21"});
   EXPECT_EQ(shown.status, 1);
   EXPECT_THAT(shown.out, HasSubstr("Subject [erased]"));
