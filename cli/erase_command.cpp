@@ -23,8 +23,8 @@ void noteRemnants(const MailArchive& archive, bool isForgotten, Console& console
 int erase(const Arguments& arguments, Console& console) {
   const std::string reason(trim(arguments.option("reason").value_or("")));
   const std::string requester(trim(arguments.option("requester").value_or("")));
-  const auto id = arguments.positional.size() < 2 ? std::nullopt
-                                                  : parseInteger(arguments.positional[1]);
+  const auto id =
+      arguments.positional.size() < 2 ? std::nullopt : parseInteger(arguments.positional[1]);
   if (!id || reason.empty() || requester.empty()) {
     throw CLIError::usage("usage: ambervane erase <archive> <id> --reason <r> --requester <who>");
   }

@@ -171,8 +171,8 @@ class Commit {
     return erased->id;
   }
 
-  /// The blob when its record can be read: when nobody refers to it, its key may have been destroyed
-  /// with the last message that did, and a key that is there may be another.
+  /// The blob when its record can be read: when nobody refers to it, its key may have been
+  /// destroyed with the last message that did, and a key that is there may be another.
   std::optional<BlobRow> usableBlob(const std::string& hash) {
     auto blob = catalog_.blob(hash);
     if (!blob || blob->refcount > 0 || !RecordFlags{blob->recordFlags}.encrypted()) return blob;

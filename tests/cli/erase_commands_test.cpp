@@ -40,8 +40,8 @@ TEST_F(EraseCommands, eraseOneMessage) {
   for (const auto& words : incomplete) {
     EXPECT_EQ(run(words).err, usage);
   }
-  const std::vector<std::string> words = {"erase",     archive(), "21", "--reason", "asked",
-                                          "--requester", "Anna"};
+  const std::vector<std::string> words = {"erase", archive(),     "21",  "--reason",
+                                          "asked", "--requester", "Anna"};
   const Result erased = run(words);
   EXPECT_EQ(erased.out,
             "Message 21 erased by destroying its content key. Pack bytes and audit chain "
@@ -67,9 +67,13 @@ TEST_F(EraseCommands, eraseOneMessage) {
 TEST_F(EraseCommands, reviewAndCarryOutARequest) {
   const std::string required =
       "error: --participant <address> (repeatable) or --query <q> is required\n";
-  for (const auto& words : std::vector<std::vector<std::string>>{
-           {}, {"--participant"}, {"--participant", " , "}, {"--query", " "}, {"--query", "is:no"},
-           {"--query", "NOT after:never OR larger:much"}}) {
+  for (const auto& words :
+       std::vector<std::vector<std::string>>{{},
+                                             {"--participant"},
+                                             {"--participant", " , "},
+                                             {"--query", " "},
+                                             {"--query", "is:no"},
+                                             {"--query", "NOT after:never OR larger:much"}}) {
     EXPECT_EQ(request(words).err, required) << testing::PrintToString(words);
   }
   const Result review =
@@ -85,9 +89,9 @@ TEST_F(EraseCommands, reviewAndCarryOutARequest) {
                         "--approved-by \"Name\" --reason \"…\" --confirm DISPOSE\n"));
   EXPECT_EQ(review.status, 0);
 
-  std::vector<std::string> carryOut = {"--participant", "anna@", "--erase",   "--approved-by",
-                                       "Bert",          "--reason", "asked",  "--confirm",
-                                       "dispose"};
+  std::vector<std::string> carryOut = {"--participant", "anna@",     "--erase",
+                                       "--approved-by", "Bert",      "--reason",
+                                       "asked",         "--confirm", "dispose"};
   EXPECT_EQ(request(carryOut).err, "error: Type DISPOSE exactly to confirm.\n");
   carryOut.back() = "DISPOSE";
   EXPECT_THAT(request(carryOut).out,

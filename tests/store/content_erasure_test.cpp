@@ -160,7 +160,9 @@ TEST(ContentErasure, whatComesAgain) {
   EXPECT_EQ(again.duplicates, 1);
   EXPECT_FALSE(isReadable(*archive, 5));
   // A batch that broke off may have left a new key under which nothing is stored.
-  archive->keys().blobKey(archive->catalog().database().query("SELECT hash FROM blob WHERE id = 3")
+  archive->keys().blobKey(archive->catalog()
+                              .database()
+                              .query("SELECT hash FROM blob WHERE id = 3")
                               .at(0)
                               .string("hash"),
                           true);
@@ -213,8 +215,7 @@ bool erasedBeforeWrite(const fs::path& path, int at) {
     MailArchive archive(path, OpenMode::readWrite, TestArchive::environment());
     sqlite3_vfs* system = sqlite3_vfs_find(nullptr);
     for (const char* call : {"pwrite", "pwrite64"}) {
-      system->xSetSystemCall(system, call,
-                             reinterpret_cast<sqlite3_syscall_ptr>(&countedWrite));
+      system->xSetSystemCall(system, call, reinterpret_cast<sqlite3_syscall_ptr>(&countedWrite));
     }
     setFileStepHook([](const FileStep& step) {
       countWrite();
