@@ -12,12 +12,12 @@ using testing::Not;
 class EraseCommands : public CommandLine {
  protected:
   EraseCommands() {
-    std::filesystem::remove_all(archive());
     EXPECT_EQ(run({"create", archive(), "--regimes", "ch-gebuev,eu-gdpr"}).status, 0);
     for (int i = 0; i < 20; ++i) write("many/" + std::to_string(i) + ".eml", plainMail(i));
     write("many/carla.eml", mailWithFiles(50, {{"a.pdf", file_}}));
-    EXPECT_EQ(import("many").status, 0);
+    EXPECT_EQ(run({"import", archive(), at("many")}).status, 0);
   }
+  std::string archive() const { return at("erasable.ambervane"); }
   void write(const std::string& name, BytesView bytes) {
     std::filesystem::create_directories((folder_ / name).parent_path());
     CommandLine::write(name, bytes);
@@ -47,7 +47,7 @@ TEST_F(EraseCommands, eraseOneMessage) {
             "Message 21 erased by destroying its content key. Pack bytes and audit chain "
             "untouched.\n");
   EXPECT_EQ(erased.status, 0);
-  write("a.ambervane/catalog.sqlite.broken-2026-01-01T00-00-00Z", "old");
+  write("erasable.ambervane/catalog.sqlite.broken-2026-01-01T00-00-00Z", "old");
   const Result repeated = run(words);
   EXPECT_EQ(repeated.out, erased.out);
   EXPECT_THAT(repeated.err, HasSubstr("Note: catalog.sqlite.broken-2026-01-01T00-00-00Z is a "));
