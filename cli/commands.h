@@ -84,8 +84,9 @@ void noteMissingDocumentHelper(const MailArchive& archive, Console& console);
 /// The message a word names: a row by its number, else by its digest. Throws CLIError.
 MessageRow findMessage(MailArchive& archive, const std::string& word);
 
-/// Says so when an erasure could not make the catalog's log forget yet.
-void noteUnforgotten(bool isForgotten, Console& console);
+/// Says where words of what was erased may still stand: see `ErasedContent`, and catalogs that a
+/// rebuild has set aside.
+void noteRemnants(const MailArchive& archive, bool isForgotten, Console& console);
 
 }  // namespace ambervane
 

@@ -89,7 +89,7 @@ void carryOut(MailArchive& archive, const Arguments& arguments, const ErasureRev
   console.out << "Erased                : " << result.erased << "\n"
               << "Skipped, on hold      : " << result.skippedOnHold << "\n"
               << "Skipped, already gone : " << result.skippedAlreadyErased << "\n";
-  noteUnforgotten(result.isForgotten, console);
+  noteRemnants(archive, result.isForgotten, console);
 }
 
 }  // namespace

@@ -54,14 +54,13 @@ void noteReviewed(std::vector<MessageRow>& rows, std::int64_t& count, MailArchiv
 void recordReview(MailArchive& archive, const ErasureReview& review) {
   // On a medium that cannot be written a review is shown and not recorded, as a search is.
   if (!archive.journal().isWritable()) return;
-  archive.journal().append(
-      AuditAction::searchPerformed, "erasure review",
-      {{"action", "review"},
-       {"matches", std::to_string(review.erasableCount)},
-       {"held_back", std::to_string(review.heldBackCount)},
-       {"already_erased", std::to_string(review.alreadyErasedCount)},
-       {"within_retention", std::to_string(review.withinRetentionCount)},
-       {"deleted", "0"}});
+  archive.journal().append(AuditAction::searchPerformed, "erasure review",
+                           {{"action", "review"},
+                            {"matches", std::to_string(review.erasableCount)},
+                            {"held_back", std::to_string(review.heldBackCount)},
+                            {"already_erased", std::to_string(review.alreadyErasedCount)},
+                            {"within_retention", std::to_string(review.withinRetentionCount)},
+                            {"deleted", "0"}});
 }
 
 }  // namespace
@@ -81,8 +80,7 @@ ErasedContent eraseMessage(MailArchive& archive, std::int64_t id, const std::str
     archive.journal().append(AuditAction::messageErased, sha256,
                              erasureDetails(id, reason, requester, attachmentKeys));
   };
-  const ErasedContent erased =
-      shredContent(archive, std::span(&id, 1), reason, requester, record);
+  const ErasedContent erased = shredContent(archive, std::span(&id, 1), reason, requester, record);
   archive.sealNow();
   return erased;
 }

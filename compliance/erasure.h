@@ -39,8 +39,9 @@ ErasureReview reviewErasure(MailArchive& archive, SearchQuery query, Date asOf);
 
 /// Erases the messages of an approved list, but those that are erased or came under a hold
 /// meanwhile. The approval is in the journal before the first key is destroyed, the outcome after
-/// the last, then the journal is sealed. Throws, before anything is written, ArchiveError (ReadOnly)
-/// and DisposalRefusal; later what `shredContent` throws, and what is erased by then stays erased.
+/// the last, then the journal is sealed. Throws, before anything is written, ArchiveError
+/// (ReadOnly) and DisposalRefusal; later what `shredContent` throws, and what is erased by then
+/// stays erased.
 DisposalResult eraseApproved(MailArchive& archive, const DisposalApproval& approval);
 
 }  // namespace ambervane

@@ -3,6 +3,8 @@
 
 #include "store/commit.h"
 
+#include <set>
+
 #include "base/text.h"
 #include "store/hold_application.h"
 #include "store/pack_error.h"
@@ -93,7 +95,7 @@ class Commit {
     try {
       std::vector<StoredAttachment> attachments;
       for (const PreparedBlob& blob : message_.extracted) {
-        if (blob.isKnown && !catalog_.blob(blob.ref.encodedHash)) return vanished();
+        if (blob.isKnown && !usableBlob(blob.ref.encodedHash)) return vanished();
         attachments.push_back(storedAttachment(blob.ref, commitBlob(blob)));
       }
       for (const AttachmentRef& ref : message_.inlineAttachments) {
@@ -145,8 +147,7 @@ class Commit {
 
   std::int64_t commitBlob(const PreparedBlob& blob) {
     const std::string& hash = blob.ref.encodedHash;
-    const auto known = catalog_.blob(hash);
-    if (known && !isErased(*known)) return known->id;
+    if (const auto usable = usableBlob(hash)) return usable->id;
     const RecordFlags flags = RecordFlags::make(blob.compressed.codec, encrypts_, true);
     const PackLocation location = append(
         blob.compressed, flags, hash, [&] { return archive_.keys().blobKey(hash, true).value(); });
@@ -167,15 +168,19 @@ class Commit {
     row.dictionaryID = message_.dictionaryID;
     row.recipe = blob.recipe;
     row.encodedSize = static_cast<std::int64_t>(blob.encodedLength);
-    if (!known) return catalog_.insertBlob(row);
-    catalog_.replaceBlob(known->id, row);
-    return known->id;
+    placed_.insert(hash);
+    const auto erased = catalog_.blob(hash);
+    if (!erased) return catalog_.insertBlob(row);
+    catalog_.replaceBlob(erased->id, row);
+    return erased->id;
   }
 
-  /// Whether the last message that referred to a blob was erased, and the blob's key with it.
-  bool isErased(const BlobRow& blob) const {
-    return blob.refcount <= 0 && RecordFlags{blob.recordFlags}.encrypted() &&
-           !archive_.keys().blobKey(blob.hash, false);
+  /// The blob when its record can be read: when nobody refers to it, its key may have been
+  /// destroyed with the last message that did, and a key that is there may be another.
+  std::optional<BlobRow> usableBlob(const std::string& hash) {
+    auto blob = catalog_.blob(hash);
+    if (!blob || blob->refcount > 0 || !RecordFlags{blob->recordFlags}.encrypted()) return blob;
+    return placed_.contains(hash) ? blob : std::nullopt;
   }
 
   void place(std::int64_t id, const std::vector<StoredAttachment>& attachments) {
@@ -290,6 +295,7 @@ class Commit {
   const MailboxRef& mailbox_;
   const std::optional<RetentionClass>& chosenClass_;
   const bool encrypts_ = archive_.policy().cryptoShreddingEnabled;
+  std::set<std::string> placed_;  ///< hashes of blobs stored for this message
 };
 
 }  // namespace

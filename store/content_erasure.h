@@ -30,8 +30,8 @@ std::map<std::string, std::string> erasureDetails(std::int64_t id, const std::st
                                                   const std::string& requester,
                                                   std::int64_t attachmentKeys);
 
-/// Whether destroying keys makes a message unreadable: its record and its attachments are encrypted.
-/// False for one that is not there.
+/// Whether destroying keys makes a message unreadable: its record and its attachments are
+/// encrypted. False for one that is not there.
 bool canShred(MailArchive& archive, std::int64_t id);
 
 /// Erases messages for good: destroys their keys first, then blanks their rows, takes their words

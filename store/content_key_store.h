@@ -71,9 +71,9 @@ class ContentKeyStore {
   /// `newKey` and `key`.
   std::optional<SymmetricKey> blobKey(std::string_view hash, bool createIfMissing);
 
-  /// Destroys the keys of messages for good and records the erasures. When it returns no file of the
-  /// database holds the wrapped keys. Not inside a batch. After a throw the keys may be gone already;
-  /// a second call completes the work. Takes as long as the database is large.
+  /// Destroys the keys of messages for good and records the erasures. When it returns no file of
+  /// the database holds the wrapped keys. Not inside a batch. After a throw the keys may be gone
+  /// already; a second call completes the work. Takes as long as the database is large.
   void shred(std::span<const std::int64_t> messageIDs, const std::optional<std::string>& reason,
              const std::optional<std::string>& requester);
   void shred(std::int64_t messageID, const std::optional<std::string>& reason,

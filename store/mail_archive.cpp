@@ -210,12 +210,12 @@ void MailArchive::prepareForWriting() {
                      {{"swept_incomplete_rows", std::to_string(swept)}});
   }
   settleCurrentPack();
-  if (completeErasures(*this)) {
-    try {
-      sealNow();
-    } catch (const TranslatableError&) {
-      // What was erased is in the journal; the next seal covers it.
-    }
+  try {
+    if (completeErasures(*this)) sealNow();
+  } catch (const TranslatableError& error) {
+    // Another process may be reading the keys. What is left to do is known, and tried again.
+    notices_.push_back(std::string("An erasure that was interrupted could not be completed: ") +
+                       error.what());
   }
 }
 

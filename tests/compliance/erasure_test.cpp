@@ -90,7 +90,11 @@ TEST(Erasure, refusesBeforeAnythingIsWritten) {
        "Record why these messages are being disposed of."},
       {"nothing", approve(archive, [](auto& a) { a.messageIDs = {}; }),
        "No messages were approved for disposal."},
-      {"one of them unencrypted", approve(archive, [](auto& a) { a.messageIDs = {1, 3}; }),
+      {"one of them unencrypted",
+       approve(archive,
+               [](auto& a) {
+                 a.messageIDs = {1, 3};
+               }),
        kUnencrypted},
   };
   const std::int64_t entries = archive->journal().count();
@@ -114,13 +118,12 @@ TEST(Erasure, ofOneMessageIsJournalledAndSealed) {
   const auto entries = archive.entries(AuditAction::messageErased);
   ASSERT_EQ(entries.size(), 1U);
   EXPECT_EQ(entries[0].subject, archive->catalog().message(1)->sha256);
-  EXPECT_EQ(entries[0].details,
-            (std::map<std::string, std::string>{
-                {"id", "1"},
-                {"reason", "asked"},
-                {"requester", "Bert"},
-                {"method", "crypto-shredding (AES-256-GCM key destroyed)"},
-                {"attachments_erased", "1"}}));
+  EXPECT_EQ(entries[0].details, (std::map<std::string, std::string>{
+                                    {"id", "1"},
+                                    {"reason", "asked"},
+                                    {"requester", "Bert"},
+                                    {"method", "crypto-shredding (AES-256-GCM key destroyed)"},
+                                    {"attachments_erased", "1"}}));
   const auto seal = archive->sealer().latestSeal();
   EXPECT_EQ(archive->sealer().allSeals().size(), seals + 1);
   EXPECT_EQ(seal->chainHead, entries[0].entryHash);
@@ -149,13 +152,12 @@ TEST(Erasure, aReviewSortsAndErasesNothing) {
   EXPECT_EQ(review.withinRetentionCount, 1);
   const auto entry = archive.entries(AuditAction::searchPerformed).back();
   EXPECT_EQ(entry.subject, "erasure review");
-  EXPECT_EQ(entry.details,
-            (std::map<std::string, std::string>{{"action", "review"},
-                                                {"matches", "4"},
-                                                {"held_back", "1"},
-                                                {"already_erased", "1"},
-                                                {"within_retention", "1"},
-                                                {"deleted", "0"}}));
+  EXPECT_EQ(entry.details, (std::map<std::string, std::string>{{"action", "review"},
+                                                               {"matches", "4"},
+                                                               {"held_back", "1"},
+                                                               {"already_erased", "1"},
+                                                               {"within_retention", "1"},
+                                                               {"deleted", "0"}}));
   EXPECT_EQ(archive->catalog().stats().erased, 1);
 }
 

@@ -159,12 +159,22 @@ TEST(ContentErasure, whatComesAgain) {
   const IngestSummary again = archive.ingest({plainMail(4)}, "Again");
   EXPECT_EQ(again.duplicates, 1);
   EXPECT_FALSE(isReadable(*archive, 5));
-  const Bytes other = mailWithFiles(102, {{"both.bin", noise(5000, 2)}});
+  // A batch that broke off may have left a new key under which nothing is stored.
+  archive->keys().blobKey(archive->catalog()
+                              .database()
+                              .query("SELECT hash FROM blob WHERE id = 3")
+                              .at(0)
+                              .string("hash"),
+                          true);
+  const Bytes other =
+      mailWithFiles(102, {{"both.bin", noise(5000, 2)}, {"again.bin", noise(5000, 2)}});
+  const auto packed = archive->packs().bytesAppended();
   const Bytes third = mailWithFiles(103, {{"both.bin", noise(5000, 2)}});
   EXPECT_EQ(archive.ingest({other, third}).added, 2);
+  EXPECT_LT(archive->packs().bytesAppended() - packed, 10000U) << "stored more than once";
   EXPECT_EQ(rawMessage(*archive, *archive->catalog().message(64)), other);
   EXPECT_EQ(rawMessage(*archive, *archive->catalog().message(65)), third);
-  EXPECT_EQ(refcounts(*archive), (std::vector<std::int64_t>{1, 0, 2}));
+  EXPECT_EQ(refcounts(*archive), (std::vector<std::int64_t>{1, 0, 3}));
   archive.close();
   archive.reopen();
   EXPECT_EQ(rawMessage(*archive, *archive->catalog().message(65)), third);
@@ -205,8 +215,7 @@ bool erasedBeforeWrite(const fs::path& path, int at) {
     MailArchive archive(path, OpenMode::readWrite, TestArchive::environment());
     sqlite3_vfs* system = sqlite3_vfs_find(nullptr);
     for (const char* call : {"pwrite", "pwrite64"}) {
-      system->xSetSystemCall(system, call,
-                             reinterpret_cast<sqlite3_syscall_ptr>(&countedWrite));
+      system->xSetSystemCall(system, call, reinterpret_cast<sqlite3_syscall_ptr>(&countedWrite));
     }
     setFileStepHook([](const FileStep& step) {
       countWrite();
@@ -228,15 +237,15 @@ TEST(ContentErasure, aKillAtAnyWriteLeavesAllOrNothing) {
   const std::vector<Bytes> secrets = {wrappedKey(*original, kTelling).substr(12, 24),
                                       wrappedKey(*original, kTwoFiles).substr(12, 24)};
   original.close();
-  const Bytes snapshotPath = original.path().native() + ".copy";
   bool wasKeptOnce = false;
   int completed = 0;
   for (int at = 1;; at += at < 40 ? 1 : 5) {
     SCOPED_TRACE("killed at write " + std::to_string(at));
-    fs::remove_all(snapshotPath);
-    fs::copy(original.path(), snapshotPath, fs::copy_options::recursive);
-    const bool wasFinished = erasedBeforeWrite(snapshotPath, at);
-    MailArchive archive(snapshotPath, OpenMode::readWrite, TestArchive::environment());
+    const ScratchFolder folder;
+    const fs::path copy = folder / "copy.ambervane";
+    fs::copy(original.path(), copy, fs::copy_options::recursive);
+    const bool wasFinished = erasedBeforeWrite(copy, at);
+    MailArchive archive(copy, OpenMode::readWrite, TestArchive::environment());
     const bool isKept = isReadable(archive, kTelling);
     EXPECT_EQ(isReadable(archive, kTwoFiles), isKept);
     wasKeptOnce |= isKept;
@@ -246,8 +255,8 @@ TEST(ContentErasure, aKillAtAnyWriteLeavesAllOrNothing) {
       EXPECT_EQ(refcounts(archive), (std::vector<std::int64_t>{0, 0, 1}));
       EXPECT_EQ(blobKeys(archive), 1);
       EXPECT_FALSE(completeErasures(archive)) << "completed by the opening already";
-      EXPECT_EQ(textsInFiles(snapshotPath, kWords), std::vector<std::string>());
-      EXPECT_EQ(textsInFiles(snapshotPath, secrets), std::vector<std::string>());
+      EXPECT_EQ(textsInFiles(copy, kWords), std::vector<std::string>());
+      EXPECT_EQ(textsInFiles(copy, secrets), std::vector<std::string>());
     }
     for (const std::int64_t id : {1, 60, 63}) EXPECT_TRUE(isReadable(archive, id));
     archive.close();
