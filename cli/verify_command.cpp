@@ -11,8 +11,6 @@ namespace ambervane {
 namespace {
 
 constexpr std::size_t kListedMessages = 20;
-/// Seconds between two drawings of the progress line.
-constexpr double kRedraw = 0.1;
 
 std::string progressText(const IntegrityProgress& progress) {
   if (progress.indeterminate) return progress.phase;
@@ -56,13 +54,10 @@ int verify(const Arguments& arguments, Console& console) {
     options.deep = arguments.has("deep");
     options.shouldCancel = InterruptGuard::interrupted;
     std::string phase;
-    Date drawnAt;
     options.progress = [&](const IntegrityProgress& progress) {
-      const Date now = archive->now();
-      const bool isNew = progress.phase != phase;
-      if (!line.isShown() || (!isNew && now.seconds - drawnAt.seconds < kRedraw)) return;
+      const bool isDue = line.isDue();
+      if (!line.isShown() || (!isDue && progress.phase == phase)) return;
       phase = progress.phase;
-      drawnAt = now;
       line.show(progressText(progress));
     };
     options.damagedMessage = [&](const DamagedMessage& message) { damage.add(message); };

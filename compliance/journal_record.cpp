@@ -63,16 +63,19 @@ void JournalRecord::take(const AuditEntry& entry) {
       break;
     case AuditAction::messageErased:
       if (const auto digest = rawDigest(subject)) {
-        erased_.insert(*digest);
+        erased_[*digest] = entry.seq;
       } else {
         takeApproval(entry, "erasure");
       }
       break;
     case AuditAction::retentionApplied:
-      if (subject == "reclassify") reclassifiedAt_ = entry.seq;
-      takeApproval(entry, "disposal");
+      takeRetention(entry);
+      break;
+    case AuditAction::archiveCreated:
+      takePolicy(entry);
       break;
     case AuditAction::policyChanged:
+      if (subject == "retention") takePolicy(entry);
       if (subject == "catalog" && detail(entry, "action") == "rebuild finished") {
         rebuiltAt_ = entry.seq;
       }
@@ -116,12 +119,20 @@ void JournalRecord::takeArrival(const AuditEntry& entry) {
   arrivals_.push_back(arrival);
 }
 
-/// A startup after a crash names the messages that were recorded and had not yet become durable.
+/// A startup after a crash names the messages that were recorded and had not yet become durable, or
+/// the first of them and how many there were.
 void JournalRecord::takeLost(const AuditEntry& entry) {
-  if (detail(entry, "lost_in_crash").empty()) return;
+  std::int64_t unnamed = numberIn(entry, "lost_in_crash", 0);
+  if (unnamed <= 0) return;
+  std::optional<RawDigest> first;
   for (const std::string_view hex : splitOmittingEmpty(detail(entry, "digests"), ",")) {
-    if (const auto digest = rawDigest(trim(hex))) lost_[*digest] = entry.seq;
+    const auto digest = rawDigest(trim(hex));
+    if (!digest) continue;
+    lost_[*digest] = entry.seq;
+    if (!first) first = digest;
+    --unnamed;
   }
+  if (first && unnamed > 0) crashes_.push_back({entry.seq, *first, unnamed});
 }
 
 /// "entries 12 to 40 belong to a batch that was not kept; ..."
@@ -147,15 +158,59 @@ void JournalRecord::takeApproval(const AuditEntry& entry, const std::string& kin
   }
 }
 
+void JournalRecord::takeRetention(const AuditEntry& entry) {
+  takeApproval(entry, "disposal");
+  const bool isReclassification = entry.subject == "reclassify";
+  if (isReclassification || entry.subject == "retention dates") datesAppliedAt_ = entry.seq;
+  if (!isReclassification) return;
+  reclassified_ = {.seq = entry.seq, .seconds = entry.timestamp.seconds, .messages = {}};
+  std::int64_t total = 0;
+  for (const std::string_view part : splitOmittingEmpty(detail(entry, "classes"), ",")) {
+    const std::size_t equals = part.rfind('=');
+    if (equals == std::string_view::npos) continue;
+    const std::int64_t messages = parseInteger(part.substr(equals + 1)).value_or(0);
+    if (messages > 0) reclassified_.messages[std::string(part.substr(0, equals))] += messages;
+    total += messages;
+  }
+  // A class may have a comma in its name.
+  if (total != numberIn(entry, "messages", -1)) reclassified_.messages.clear();
+}
+
+/// The founding entry tells the first policy, every later change what has become different.
+void JournalRecord::takePolicy(const AuditEntry& entry) {
+  RecordedPolicy& before = policies_.back();
+  if (const auto month = parseInteger(detail(entry, "from_financial_year_end_month"))) {
+    before.financialYearEndMonth = month;
+  }
+  RecordedPolicy policy = before;
+  if (const auto regimes = entry.details.find("regimes"); regimes != entry.details.end()) {
+    policy.regimes.emplace();
+    for (const std::string_view name : splitOmittingEmpty(regimes->second, ",")) {
+      if (const auto regime = regimeFromIdentifier(trim(name))) policy.regimes->insert(*regime);
+    }
+  }
+  const bool isFirst = entry.action == AuditAction::archiveCreated;
+  if (const auto years = parseInteger(detail(entry, isFirst ? "retention_years" : "to_years"))) {
+    policy.minimumYears = years;
+  }
+  if (const auto month = parseInteger(detail(entry, "to_financial_year_end_month"))) {
+    policy.financialYearEndMonth = month;
+  }
+  policies_.push_back(std::move(policy));
+  if (!isFirst) policyAt_ = entry.seq;
+}
+
 void JournalRecord::takeHold(const AuditEntry& entry) {
   if (!entry.subject) return;
-  std::optional<bool>& active = holds_[*entry.subject];
+  RecordedHold& hold = holds_[*entry.subject];
+  hold.seq = entry.seq;
   if (entry.action == AuditAction::legalHoldReleased) {
-    active = false;
+    hold.isActive = false;
   } else if (detail(entry, "note").starts_with("carried over")) {
-    active = std::nullopt;  // as it was in the archive it comes from
+    hold.isActive = std::nullopt;  // as it was in the archive it comes from
   } else {
-    active = true;
+    hold.isActive = true;
+    hold.messages = numberIn(entry, "messages", 0);
   }
 }
 
@@ -183,6 +238,25 @@ bool JournalRecord::isExpected(std::span<const Arrival> ofOneDigest) const {
     return lost == lost_.end() || lost->second < arrival->seq;
   }
   return false;
+}
+
+/// A crash takes the newest entries, so that what it did not name came behind what it named.
+std::int64_t JournalRecord::lostUnnamed(std::vector<std::int64_t> missingSeqs) const {
+  std::int64_t lost = 0;
+  for (const Crash& crash : crashes_) {
+    std::int64_t first = crash.seq;
+    for (const Arrival& arrival : arrivalsOf(crash.first)) {
+      if (arrival.seq < crash.seq) first = arrival.seq;
+    }
+    const auto within = [&](std::int64_t seq) { return seq > first && seq < crash.seq; };
+    lost += std::min(crash.unnamed, std::int64_t{std::erase_if(missingSeqs, within)});
+  }
+  return lost;
+}
+
+std::int64_t JournalRecord::erasedAt(const RawDigest& digest) const {
+  const auto found = erased_.find(digest);
+  return found == erased_.end() ? 0 : found->second;
 }
 
 const Arrival& JournalRecord::decisive(std::span<const Arrival> ofOneDigest) const {

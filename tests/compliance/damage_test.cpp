@@ -61,7 +61,9 @@ void expectFaults(const char* name, ComplianceRegime regime, bool deep, const Da
   }
   EXPECT_EQ(report.allPassed(), failed.empty());
   EXPECT_THAT(said(report, Outcome::passed), Contains(HasSubstr(passed)));
-  if (!reason.empty()) EXPECT_THAT(archive.reasons, Contains(HasSubstr(reason)));
+  if (!reason.empty()) {
+    EXPECT_THAT(archive.reasons, Contains(HasSubstr(reason)));
+  }
   const AuditEntry entry = archive->journal().recent(1).at(0);
   EXPECT_EQ(entry.action,
             failed.empty() ? AuditAction::integrityVerified : AuditAction::integrityFailed);
