@@ -326,6 +326,11 @@ TEST(DamageLibrary, catalogRows) {
        "sent_at = sent_at + 864000 WHERE message_id = 1",
        {kFiling},
        true},
+      {"noSentAtWhereverTheCatalogHasIt",
+       "UPDATE message SET sent_at = NULL, internal_at = sent_at WHERE id = 1; UPDATE "
+       "message_folder SET sent_at = NULL WHERE message_id = 1",
+       {kFiling},
+       true},
       {"ingestedAt",
        "UPDATE message SET ingested_at = ingested_at - 86400 WHERE id = 1",
        {kAltered}},
