@@ -1,6 +1,7 @@
 #include "compliance/journal_record.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 #include "base/bytes.h"
@@ -16,6 +17,19 @@ std::string_view detail(const AuditEntry& entry, const char* key) {
 
 std::int64_t numberIn(const AuditEntry& entry, const char* key, std::int64_t otherwise) {
   return parseInteger(detail(entry, key)).value_or(otherwise);
+}
+
+std::string_view subjectOf(const AuditEntry& entry) {
+  return entry.subject ? std::string_view(*entry.subject) : std::string_view();
+}
+
+/// Actions of which there are few, and whose entries `JournalRecord::take` understands.
+bool isOnTheArchive(AuditAction action) {
+  using enum AuditAction;
+  constexpr std::array kActions = {archiveCreated,    policyChanged, integrityVerified,
+                                   messageErased,     packSealed,    chainSealed,
+                                   retentionApplied,  legalHoldPlaced, legalHoldReleased};
+  return std::ranges::find(kActions, action) != kActions.end();
 }
 
 bool isBefore(const Arrival& a, const Arrival& b) {
@@ -37,36 +51,41 @@ std::optional<RawDigest> rawDigest(std::string_view hex) {
 }
 
 JournalRecord::JournalRecord(const AuditJournal& journal, std::optional<std::int64_t> wantedSeq) {
+  // Whether an entry holds may be told by a later one, so that the few that are not about single
+  // messages wait for the end.
+  std::vector<AuditEntry> waiting;
+  std::vector<std::pair<RawDigest, std::int64_t>> erasures;
   journal.forEachEntry([&](const AuditEntry& entry) {
     if (wantedSeq == entry.seq && !wantedHash_) wantedHash_ = entry.entryHash;
-    take(entry);
+    if (entry.action == AuditAction::messageIngested) {
+      takeArrival(entry);
+    } else if (entry.action == AuditAction::integrityFailed) {
+      takeBroken(entry);
+    } else if (entry.action == AuditAction::messageErased && rawDigest(subjectOf(entry))) {
+      erasures.emplace_back(*rawDigest(subjectOf(entry)), entry.seq);
+    } else if (isOnTheArchive(entry.action)) {
+      waiting.push_back(entry);
+    }
     return true;
   });
   std::sort(arrivals_.begin(), arrivals_.end(), isBefore);
-  for (const auto& [kind, messages] : openApprovals_) erasedByList_ += messages;
-  for (auto& [seq, pack] : packEntries_) {
-    if (!isVoid(seq)) packs_[pack.first].push_back(std::move(pack.second));
+  for (const auto& [digest, seq] : erasures) {
+    if (!isVoid(seq)) erased_[digest] = seq;
   }
+  for (const AuditEntry& entry : waiting) {
+    if (!isVoid(entry.seq)) take(entry);
+  }
+  for (const auto& [kind, messages] : openApprovals_) erasedByList_ += messages;
 }
 
 void JournalRecord::take(const AuditEntry& entry) {
-  const std::string_view subject = entry.subject ? std::string_view(*entry.subject) : "";
+  const std::string_view subject = subjectOf(entry);
   switch (entry.action) {
-    case AuditAction::messageIngested:
-      takeArrival(entry);
-      break;
     case AuditAction::integrityVerified:
       if (subject == "startup") takeLost(entry);
       break;
-    case AuditAction::integrityFailed:
-      if (subject == "import") takeBrokenBatch(entry);
-      break;
     case AuditAction::messageErased:
-      if (const auto digest = rawDigest(subject)) {
-        erased_[*digest] = entry.seq;
-      } else {
-        takeApproval(entry, "erasure");
-      }
+      takeApproval(entry, "erasure");
       break;
     case AuditAction::retentionApplied:
       takeRetention(entry);
@@ -81,8 +100,7 @@ void JournalRecord::take(const AuditEntry& entry) {
       }
       break;
     case AuditAction::packSealed:
-      packEntries_.push_back(
-          {entry.seq, {std::string(subject), std::string(detail(entry, "sha256"))}});
+      packs_[std::string(subject)].emplace_back(detail(entry, "sha256"));
       break;
     case AuditAction::chainSealed:
       takeSeal(entry);
@@ -135,13 +153,16 @@ void JournalRecord::takeLost(const AuditEntry& entry) {
   if (first && unnamed > 0) crashes_.push_back({entry.seq, *first, unnamed});
 }
 
-/// "entries 12 to 40 belong to a batch that was not kept; ..."
-void JournalRecord::takeBrokenBatch(const AuditEntry& entry) {
+/// "entries 12 to 40 belong to a batch that was not kept; ..." of an import, "entries 12 to 12 tell
+/// of a change that was not kept" of the catalog.
+void JournalRecord::takeBroken(const AuditEntry& entry) {
+  if (entry.subject != "import" && entry.subject != "catalog") return;
   const auto words = splitOmittingEmpty(detail(entry, "note"), " ");
-  if (words.size() < 5 || words[0] != "entries" || words[2] != "to" || words[4] != "belong") return;
+  if (words.size() < 5 || words[0] != "entries" || words[2] != "to") return;
+  if (words[4] != "belong" && words[4] != "tell") return;
   const auto first = parseInteger(words[1]);
   const auto last = parseInteger(words[3]);
-  if (first && last) broken_.emplace_back(*first, *last);
+  if (first && last && *last < entry.seq) broken_.emplace_back(*first, *last);
 }
 
 /// An approved list is recorded before it is worked through and again at its end, by number; one

@@ -113,7 +113,7 @@ class JournalRecord {
   void take(const AuditEntry& entry);
   void takeArrival(const AuditEntry& entry);
   void takeLost(const AuditEntry& entry);
-  void takeBrokenBatch(const AuditEntry& entry);
+  void takeBroken(const AuditEntry& entry);
   void takeApproval(const AuditEntry& entry, const std::string& kind);
   void takeRetention(const AuditEntry& entry);
   void takePolicy(const AuditEntry& entry);
@@ -136,7 +136,6 @@ class JournalRecord {
   std::int64_t policyAt_ = 0;        ///< the last entry on a change of the policy
   std::int64_t datesAppliedAt_ = 0;  ///< the last on working all keep-until dates out again
   std::map<std::string, std::vector<std::string>> packs_;
-  std::vector<std::pair<std::int64_t, std::pair<std::string, std::string>>> packEntries_;
   std::map<std::int64_t, std::vector<RecordedSeal>> seals_;
   std::map<std::string, RecordedHold> holds_;
   std::optional<std::string> wantedHash_;
