@@ -270,7 +270,8 @@ std::int64_t JournalRecord::lostUnnamed(std::vector<std::int64_t> missingSeqs) c
       if (arrival.seq < crash.seq) first = arrival.seq;
     }
     const auto within = [&](std::int64_t seq) { return seq > first && seq < crash.seq; };
-    lost += std::min(crash.unnamed, std::int64_t{std::erase_if(missingSeqs, within)});
+    const auto explained = static_cast<std::int64_t>(std::erase_if(missingSeqs, within));
+    lost += std::min(crash.unnamed, explained);
   }
   return lost;
 }

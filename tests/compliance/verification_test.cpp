@@ -127,18 +127,20 @@ TEST(Holdings, whatTheJournalExplains) {
        {{legalHoldPlaced, "H", {{"note", "carried over with the merge from X"}}}},
        true},
   };
+  TestArchive original(german());
+  original.ingest({plainMail(1), plainMail(2)});
+  ASSERT_EQ(original->journal().count(), 7);
+  original.close();
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);
-    TestArchive archive(german());
-    archive.ingest({plainMail(1), plainMail(2)});
-    ASSERT_EQ(archive->journal().count(), 7);
+    TestArchive archive(TestArchive::CopyOf{original});
+    const fs::path manifestPath = archive.path() / "archive.json";
+    auto manifest = ArchiveManifest::load(manifestPath, kTestTime);
+    manifest.policy.defaultClass.years = c.years;
+    manifest.save(manifestPath);
+    archive.reopen();
     archive->catalog().database().execute(c.sql);
     for (const Entry& e : c.entries) archive->journal().append(e.action, e.subject, e.details);
-    archive.close();
-    auto manifest = ArchiveManifest::load(archive.path() / "archive.json", kTestTime);
-    manifest.policy.defaultClass.years = c.years;
-    manifest.save(archive.path() / "archive.json");
-    archive.reopen();
     const ComplianceReport report = verifyIntegrity(*archive, {}).value();
     EXPECT_EQ(report.allPassed(), c.passes) << join(said(report, Outcome::failed), "\n");
   }
@@ -226,8 +228,8 @@ TEST(Verification, writeProtectionIsReportedAsItIs) {
   const ComplianceReport report = archive.verify(false);
   EXPECT_EQ(report.allPassed(), isPossible);
   EXPECT_THAT(said(report, isPossible ? Outcome::passed : Outcome::failed),
-              Contains(HasSubstr(isPossible ? "2 sealed packs carry the immutable flag."
-                                            : "2 sealed packs are writable")));
+              Contains(HasSubstr(isPossible ? "1 sealed packs carry the immutable flag."
+                                            : "1 sealed packs are writable")));
 }
 
 TEST(Verification, aReadOnlyArchiveIsReportedOnAndLeftAlone) {
@@ -273,7 +275,7 @@ TEST(Verification, tellsItsProgressAndCanBeBrokenOff) {
   EXPECT_TRUE(verifyIntegrity(*archive, options)->allPassed());
   EXPECT_THAT(phases,
               IsSupersetOf({"Verifying the audit chain", "Checking the seals",
-                            "Re-hashing pack files", "Re-hashing pack files — 00000002.pack"}));
+                            "Re-hashing pack files", "Re-hashing pack files — 00000001.pack"}));
   EXPECT_EQ(last.checked, 4);
   EXPECT_EQ(last.total, 4);
   EXPECT_FALSE(last.indeterminate);
