@@ -272,8 +272,8 @@ bool couldBeDue(const std::optional<Date>& stored, const CountedFrom& from,
                 const RecordedPolicy& recorded, RetentionPolicy policy, RetentionClass ofClass) {
   if (!stored) return false;
   policy.regimes = recorded.regimes.value_or(policy.regimes);
-  policy.financialYearEndMonth = static_cast<int>(
-      recorded.financialYearEndMonth.value_or(policy.financialYearEndMonth));
+  policy.financialYearEndMonth =
+      static_cast<int>(recorded.financialYearEndMonth.value_or(policy.financialYearEndMonth));
   const Date counted{std::min(from.dated.value_or(from.taken).seconds, from.taken.seconds)};
   for (const bool fromYearEnd : {true, false}) {
     ofClass.fromEndOfBusinessYear = fromYearEnd;
@@ -322,8 +322,10 @@ void Comparison::compareReferences() {
       "SELECT b.hash AS digest FROM blob b LEFT JOIN (SELECT a.blob_id AS id, COUNT(*) AS n FROM "
       "attachment a JOIN message m ON m.id = a.message_id WHERE m.erased = 0 AND a.blob_id IS NOT "
       "NULL GROUP BY a.blob_id) used ON used.id = b.id WHERE b.refcount <> COALESCE(used.n, 0) "
-      "UNION ALL SELECT m.sha256 FROM message m WHERE m.erased = 0 AND m.attachment_count <> (SELECT "
-      "COUNT(*) FROM attachment a WHERE a.message_id = m.id) UNION ALL SELECT COALESCE(m.sha256, '?') FROM "
+      "UNION ALL SELECT m.sha256 FROM message m WHERE m.erased = 0 AND m.attachment_count <> "
+      "(SELECT "
+      "COUNT(*) FROM attachment a WHERE a.message_id = m.id) UNION ALL SELECT COALESCE(m.sha256, "
+      "'?') FROM "
       "attachment a LEFT JOIN message m ON m.id = a.message_id WHERE m.id IS NULL OR (a.blob_id IS "
       "NOT NULL AND NOT EXISTS (SELECT 1 FROM blob b WHERE b.id = a.blob_id))",
       {}, [this](const Row& row) {
@@ -395,8 +397,8 @@ void Comparison::compareHolds() {
       continue;
     }
     // Messages that arrive later may join; none may leave before the release.
-    const bool hasLost = recorded.isActive.value_or(false) && !isRebuilt &&
-                         row->second.messages < recorded.messages;
+    const bool hasLost =
+        recorded.isActive.value_or(false) && !isRebuilt && row->second.messages < recorded.messages;
     if (recorded.isActive.value_or(row->second.isActive) != row->second.isActive || hasLost) {
       holds_.add(id);
     }
@@ -411,8 +413,8 @@ HoldingsResult compareHoldings(MailArchive& archive, const JournalRecord& journa
 }
 
 std::vector<std::string> holdingsWords() {
-  return {kAgree,   kMissing, kUnrecorded, kErased,     kRevived, kAltered, kClasses,
-          kPolicy,  kExpiry,  kFiling,     kReferences, kPacks,   kSeals,   kHolds};
+  return {kAgree,  kMissing, kUnrecorded, kErased,     kRevived, kAltered, kClasses,
+          kPolicy, kExpiry,  kFiling,     kReferences, kPacks,   kSeals,   kHolds};
 }
 
 }  // namespace ambervane

@@ -26,9 +26,9 @@ std::string_view subjectOf(const AuditEntry& entry) {
 /// Actions of which there are few, and whose entries `JournalRecord::take` understands.
 bool isOnTheArchive(AuditAction action) {
   using enum AuditAction;
-  constexpr std::array kActions = {archiveCreated,    policyChanged, integrityVerified,
-                                   messageErased,     packSealed,    chainSealed,
-                                   retentionApplied,  legalHoldPlaced, legalHoldReleased};
+  constexpr std::array kActions = {archiveCreated,   policyChanged,   integrityVerified,
+                                   messageErased,    packSealed,      chainSealed,
+                                   retentionApplied, legalHoldPlaced, legalHoldReleased};
   return std::ranges::find(kActions, action) != kActions.end();
 }
 

@@ -125,9 +125,9 @@ class JournalRecord {
   std::vector<std::string> classes_;
   std::map<std::string, std::int32_t, std::less<>> classNumbers_;
   std::vector<std::pair<std::int64_t, std::int64_t>> broken_;  ///< first and last `seq`
-  std::map<RawDigest, std::int64_t> lost_;    ///< the entry that said so last
-  std::vector<Crash> crashes_;                ///< that took more messages than they named
-  std::map<RawDigest, std::int64_t> erased_;  ///< the entry that said so last
+  std::map<RawDigest, std::int64_t> lost_;                     ///< the entry that said so last
+  std::vector<Crash> crashes_;                         ///< that took more messages than they named
+  std::map<RawDigest, std::int64_t> erased_;           ///< the entry that said so last
   std::map<std::string, std::int64_t> openApprovals_;  ///< by kind: how many messages
   std::int64_t erasedByList_ = 0;
   std::int64_t rebuiltAt_ = 0;

@@ -56,8 +56,9 @@ TEST(Holdings, whatTheJournalExplains) {
   const Entry applied{retentionApplied, "retention dates", {{"action", "dates recomputed"}}};
   const std::string twelve = "UPDATE message SET expires_at = 2114380799";  // the end of 2036
   const auto crash = [&](const char* count) {
-    return Entry{
-        integrityVerified, "startup", {{"lost_in_crash", count}, {"digests", std::string(64, 'b')}}};
+    return Entry{integrityVerified,
+                 "startup",
+                 {{"lost_in_crash", count}, {"digests", std::string(64, 'b')}}};
   };
   const Entry before{messageIngested, std::string(64, 'b'), {}};
   const struct {
