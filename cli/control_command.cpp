@@ -48,7 +48,7 @@ int control(const Arguments& arguments, Console& console) {
   const InterruptGuard guard;
   console.out << "Running a deep verification. This re-reads and re-hashes every message.\n"
               << std::flush;
-  VerificationProgress progress(console, *archive);
+  VerificationProgress progress(console);
   const auto report = recordControl(*archive, signatory.name, note, progress.options(true));
   progress.finish();
   if (!report) {

@@ -76,7 +76,9 @@ class GapPrinter {
       return;
     }
     list(report_.uidGaps, [this](const UIDGap& gap) {
-      const std::int64_t missing = gap.to - gap.from + 1;
+      // Odd numbers in a catalog may lie further apart than a signed number tells.
+      const std::uint64_t missing =
+          static_cast<std::uint64_t>(gap.to) - static_cast<std::uint64_t>(gap.from) + 1;
       out_ << "  " << printable(gap.account) << " › " << printable(gap.folder) << "  UID "
            << gap.from << "—" << gap.to << "  (" << day(gap.previousDate) << " to "
            << day(gap.nextDate) << ")  " << missing

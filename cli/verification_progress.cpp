@@ -9,8 +9,6 @@ namespace ambervane {
 namespace {
 
 constexpr std::size_t kListedMessages = 20;
-/// Seconds between two drawings of the progress line.
-constexpr double kRedraw = 0.1;
 
 std::string progressText(const IntegrityProgress& progress) {
   if (progress.indeterminate) return progress.phase;
@@ -31,11 +29,9 @@ VerificationOptions VerificationProgress::options(bool deep) {
 }
 
 void VerificationProgress::show(const IntegrityProgress& progress) {
-  if (!line_.isShown()) return;
-  const Date now = archive_.now();
-  if (progress.phase == phase_ && now.seconds - drawnAt_.seconds < kRedraw) return;
+  const bool isDue = line_.isDue();
+  if (!line_.isShown() || (!isDue && progress.phase == phase_)) return;
   phase_ = progress.phase;
-  drawnAt_ = now;
   line_.show(progressText(progress));
 }
 

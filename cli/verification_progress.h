@@ -4,10 +4,8 @@
 #include <cstddef>
 #include <string>
 
-#include "base/date.h"
 #include "cli/console.h"
 #include "compliance/verification.h"
-#include "store/mail_archive.h"
 
 namespace ambervane {
 
@@ -15,8 +13,7 @@ namespace ambervane {
 /// verification runs; an `InterruptGuard` must be alive as long.
 class VerificationProgress {
  public:
-  VerificationProgress(Console& console, const MailArchive& archive)
-      : console_(console), archive_(archive), line_(console) {}
+  explicit VerificationProgress(Console& console) : console_(console), line_(console) {}
   /// Options that report to this object, which must outlive their use.
   VerificationOptions options(bool deep);
   /// Clears the line and says how many damaged messages were not named.
@@ -27,10 +24,8 @@ class VerificationProgress {
   void add(const DamagedMessage& message);
 
   Console& console_;
-  const MailArchive& archive_;
   ProgressLine line_;
   std::string phase_;
-  Date drawnAt_;
   std::size_t damaged_ = 0;
 };
 

@@ -8,7 +8,7 @@ namespace ambervane {
 int verify(const Arguments& arguments, Console& console) {
   const auto archive = openArchive(arguments, console, OpenMode::readWrite);
   const InterruptGuard guard;
-  VerificationProgress progress(console, *archive);
+  VerificationProgress progress(console);
   const auto report = verifyIntegrity(*archive, progress.options(arguments.has("deep")));
   progress.finish();
   if (!report) {

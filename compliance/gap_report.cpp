@@ -36,22 +36,51 @@ Coverage coverageOf(SQLiteDatabase& db, const DayCalendar& calendar) {
   return coverage;
 }
 
-/// The walk over neighbours is SQLite's: it hands out only the holes.
-std::vector<UIDGap> uidGaps(SQLiteDatabase& db, std::size_t limit) {
-  std::vector<UIDGap> gaps;
+/// One message of a mailbox in the order of its UIDs.
+struct Numbered {
+  std::int64_t folder = 0;
+  std::int64_t uid = 0;
+  std::int64_t message = 0;
+};
+
+UIDGap gapBetween(SQLiteDatabase& db, const Numbered& before, const Numbered& behind) {
+  UIDGap gap;
+  gap.from = before.uid + 1;
+  gap.to = behind.uid - 1;
   db.forEachRow(
-      "SELECT a.name AS account, f.path AS folder, w.before AS before, w.uid AS uid, "
-      "w.before_date AS before_date, w.sent_at AS sent_at FROM (SELECT mf.folder_id AS folder_id, "
-      "mf.uid AS uid, m.sent_at AS sent_at, LAG(mf.uid) OVER byUid AS before, LAG(m.sent_at) OVER "
-      "byUid AS before_date FROM message_folder mf JOIN message m ON m.id = mf.message_id WHERE "
-      "mf.uid IS NOT NULL AND m.erased = 0 WINDOW byUid AS (PARTITION BY mf.folder_id ORDER BY "
-      "mf.uid)) w JOIN folder f ON f.id = w.folder_id JOIN account a ON a.id = f.account_id WHERE "
-      "w.before < w.uid - 1 ORDER BY w.folder_id, w.uid LIMIT ?",
-      {limit}, [&gaps](const Row& row) {
-        gaps.push_back({row.string("account"), row.string("folder"), row.integer("before") + 1,
-                        row.integer("uid") - 1, row.date("before_date"), row.date("sent_at")});
+      "SELECT a.name AS account, f.path AS folder, (SELECT sent_at FROM message WHERE id = ?1) AS "
+      "before, (SELECT sent_at FROM message WHERE id = ?2) AS behind FROM folder f JOIN account a "
+      "ON a.id = f.account_id WHERE f.id = ?3",
+      {before.message, behind.message, behind.folder}, [&gap](const Row& row) {
+        gap.account = row.string("account");
+        gap.folder = row.string("folder");
+        gap.previousDate = row.date("before");
+        gap.nextDate = row.date("behind");
+        return false;
+      });
+  return gap;
+}
+
+/// The walk takes numbers alone, which an index gives in their order; what a gap is called is
+/// looked up behind it.
+std::vector<UIDGap> uidGaps(SQLiteDatabase& db, std::size_t limit) {
+  std::vector<std::pair<Numbered, Numbered>> holes;
+  Numbered before;
+  db.forEachRow(
+      "SELECT folder_id, uid, message_id FROM message_folder WHERE uid IS NOT NULL AND message_id "
+      "NOT IN (SELECT id FROM message WHERE erased = 1) ORDER BY folder_id, uid",
+      {}, [&](const Row& row) {
+        const Numbered next{row.integer("folder_id"), row.integer("uid"),
+                            row.integer("message_id")};
+        if (next.folder == before.folder && before.uid < next.uid && before.uid + 1 < next.uid) {
+          if (holes.size() >= limit) return false;
+          holes.emplace_back(before, next);
+        }
+        before = next;
         return true;
       });
+  std::vector<UIDGap> gaps;
+  for (const auto& [first, second] : holes) gaps.push_back(gapBetween(db, first, second));
   return gaps;
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/bytes.h"
+#include "base/calendar.h"
 #include "base/text.h"
 #include "store/pack_error.h"
 
@@ -25,6 +26,13 @@ constexpr const char* kErased =
 constexpr const char* kAltered =
     "%1$@ messages differ from their journal entry in size, class, number of attachments or time "
     "of archiving (%2$@)";
+constexpr const char* kRevived =
+    "%1$@ messages whose erasure is in the journal are not marked as erased (%2$@)";
+constexpr const char* kClasses =
+    "%1$@ retention classes have other numbers of messages than when the rules were applied "
+    "(%2$@)";
+constexpr const char* kPolicy =
+    "%1$@ rules of the retention policy are not those recorded in the journal (%2$@)";
 constexpr const char* kExpiry =
     "%1$@ keep-until dates are not what the retention policy gives (%2$@)";
 constexpr const char* kFiling =
@@ -60,7 +68,9 @@ class Comparison {
       : archive_(archive), db_(archive.catalog().database()), journal_(journal) {}
 
   HoldingsResult run(const std::vector<std::string>& misdated) {
+    comparePolicy();
     compareMessages();
+    compareClasses();
     compareFiling(misdated);
     compareReferences();
     comparePacks();
@@ -71,7 +81,10 @@ class Comparison {
     for (const auto& [words, tally] : {std::pair{kMissing, &missing_},
                                        {kUnrecorded, &unrecorded_},
                                        {kErased, &erased_},
+                                       {kRevived, &revived_},
                                        {kAltered, &altered_},
+                                       {kClasses, &classes_},
+                                       {kPolicy, &policy_},
                                        {kExpiry, &expiry_},
                                        {kFiling, &filing_},
                                        {kReferences, &references_},
@@ -85,10 +98,15 @@ class Comparison {
   }
 
  private:
+  void comparePolicy();
   void compareMessages();
+  void findMissing();
   void compareRow(const Row& row);
+  void compareErased(const Row& row, const RawDigest& digest, const Arrival& arrival);
   bool agrees(const Row& row, const Arrival& arrival) const;
-  bool isDueAsPolicySays(const Row& row) const;
+  void countClass(const Row& row, const Arrival& arrival);
+  void compareClasses();
+  bool isDueAsPolicySays(const Row& row, const Arrival& arrival) const;
   void compareFiling(const std::vector<std::string>& misdated);
   void compareReferences();
   void comparePacks();
@@ -102,33 +120,45 @@ class Comparison {
   std::vector<bool> found_;  ///< by index of the digest's first arrival
   std::int64_t held_ = 0;
   std::int64_t erasedUnnamed_ = 0;
-  Tally missing_, unrecorded_, erased_, altered_, expiry_, filing_, references_, packs_, seals_,
-      holds_;
+  std::map<std::string, std::int64_t> classCounts_;  ///< of what was held when rules were applied
+  bool isClassCountSure_ = true;  ///< false: something was erased in the same moment
+  Tally missing_, unrecorded_, erased_, revived_, altered_, classes_, policy_, expiry_, filing_,
+      references_, packs_, seals_, holds_;
 };
 
 void Comparison::compareMessages() {
   found_.assign(journal_.arrivals().size(), false);
   db_.forEachRow(
       "SELECT id, sha256, size, attachment_count, retention_class, sent_at, internal_at, "
-      "ingested_at, expires_at, erased FROM message ORDER BY id",
+      "ingested_at, expires_at, erased, erased_at FROM message ORDER BY id",
       {}, [this](const Row& row) {
         compareRow(row);
         return true;
       });
   // A list that was approved says how many it erased and not which.
   if (erasedUnnamed_ <= journal_.erasedByList()) erased_ = {};
+  findMissing();
+}
 
+void Comparison::findMissing() {
   const auto& arrivals = journal_.arrivals();
+  std::vector<std::int64_t> seqs;
   for (std::size_t i = 0; i < arrivals.size();) {
-    const auto group = journal_.arrivalsOf(arrivals[i].digest);
-    if (!found_[i] && journal_.isExpected(group)) {
-      // A rebuild cannot bring back a row whose message was erased.
-      const bool isGone = journal_.wasErased(arrivals[i].digest) && journal_.rebuiltAt() > 0;
-      const RawDigest& digest = arrivals[i].digest;
-      if (!isGone) missing_.addDigest(hexEncode({digest.data(), digest.size()}));
+    const RawDigest& digest = arrivals[i].digest;
+    const auto group = journal_.arrivalsOf(digest);
+    // A rebuild cannot bring back a row whose message was erased.
+    const bool isGone = journal_.rebuiltAt() > 0 && journal_.erasedAt(digest) > 0;
+    if (!found_[i] && !isGone && journal_.isExpected(group)) {
+      missing_.addDigest(hexEncode({digest.data(), digest.size()}));
+      seqs.push_back(journal_.decisive(group).seq);
     }
     i += group.size();
   }
+  std::int64_t explained = journal_.lostUnnamed(std::move(seqs));
+  if (journal_.rebuiltAt() > 0) {
+    explained += std::max<std::int64_t>(0, journal_.erasedByList() - erasedUnnamed_);
+  }
+  if (missing_.count <= explained) missing_ = {};
 }
 
 void Comparison::compareRow(const Row& row) {
@@ -141,12 +171,20 @@ void Comparison::compareRow(const Row& row) {
   }
   ++held_;
   found_[static_cast<std::size_t>(arrivals.data() - journal_.arrivals().data())] = true;
-  if (!agrees(row, journal_.decisive(arrivals))) altered_.addDigest(sha256);
+  const Arrival& arrival = journal_.decisive(arrivals);
+  if (!agrees(row, arrival)) altered_.addDigest(sha256);
+  countClass(row, arrival);
+  compareErased(row, *digest, arrival);
+  if (!row.boolean("erased") && !isDueAsPolicySays(row, arrival)) expiry_.addDigest(sha256);
+}
+
+void Comparison::compareErased(const Row& row, const RawDigest& digest, const Arrival& arrival) {
+  const std::int64_t named = journal_.erasedAt(digest);
   if (!row.boolean("erased")) {
-    if (!isDueAsPolicySays(row)) expiry_.addDigest(sha256);
-  } else if (!journal_.wasErased(*digest)) {
+    if (named > arrival.seq) revived_.addDigest(row.string("sha256"));
+  } else if (named == 0) {
     ++erasedUnnamed_;
-    erased_.addDigest(sha256);
+    erased_.addDigest(row.string("sha256"));
   }
 }
 
@@ -157,7 +195,7 @@ bool Comparison::agrees(const Row& row, const Arrival& arrival) const {
   }
   const std::string& named = journal_.className(arrival);
   if (!named.empty() && named != row.string("retention_class") &&
-      journal_.reclassifiedAt() < arrival.seq) {
+      journal_.reclassified().seq < arrival.seq) {
     return false;
   }
   const double archived = row.real("ingested_at").value_or(0);
@@ -166,24 +204,102 @@ bool Comparison::agrees(const Row& row, const Arrival& arrival) const {
   return archived <= arrival.seconds + kCommitSeconds || journal_.rebuiltAt() > arrival.seq;
 }
 
+/// Erasing leaves a message its class.
+void Comparison::countClass(const Row& row, const Arrival& arrival) {
+  const RecordedClasses& applied = journal_.reclassified();
+  if (arrival.seq > applied.seq) return;
+  if (row.boolean("erased")) {
+    const double erased = row.real("erased_at").value_or(0);
+    if (erased < applied.seconds) return;
+    if (erased == applied.seconds) isClassCountSure_ = false;
+  }
+  ++classCounts_[row.string("retention_class")];
+}
+
+void Comparison::compareClasses() {
+  const RecordedClasses& applied = journal_.reclassified();
+  // A rebuild takes the classes as they were at the arrival.
+  if (applied.messages.empty() || !isClassCountSure_ || journal_.rebuiltAt() > applied.seq) return;
+  std::map<std::string, std::int64_t> differences = applied.messages;
+  for (const auto& [name, count] : classCounts_) differences[name] -= count;
+  for (const auto& [name, difference] : differences) {
+    if (difference != 0) classes_.add(name);
+  }
+}
+
+/// What of the policy the journal records must be so in the manifest: all dates follow from it.
+void Comparison::comparePolicy() {
+  const RetentionPolicy& policy = archive_.policy();
+  const RecordedPolicy& recorded = journal_.policies().back();
+  if (recorded.regimes && *recorded.regimes != policy.regimes) policy_.add("regimes");
+  if (recorded.minimumYears && *recorded.minimumYears != policy.minimumYears()) {
+    policy_.add("minimumYears");
+  }
+  if (recorded.financialYearEndMonth &&
+      *recorded.financialYearEndMonth != policy.financialYearEndMonth) {
+    policy_.add("financialYearEndMonth");
+  }
+}
+
+/// From what a message's retention may count, and when it was taken in.
+struct CountedFrom {
+  std::optional<Date> dated;
+  Date taken;
+
+  explicit CountedFrom(const Row& row)
+      : dated(row.date("sent_at")), taken(row.date("ingested_at").value_or(Date{})) {
+    if (!dated) dated = row.date("internal_at");
+  }
+};
+
 /// A message without a usable date counts from the moment it was taken in, which the row knows a
 /// little too early: any date between those of the two ends of that span will do.
-bool Comparison::isDueAsPolicySays(const Row& row) const {
-  const RetentionPolicy& policy = archive_.policy();
-  const auto ofClass = policy.retentionClass(row.string("retention_class"));
-  if (!ofClass) return true;  // a class that the policy has given up binds nothing
+bool isDue(const std::optional<Date>& stored, const CountedFrom& from,
+           const RetentionPolicy& policy, const RetentionClass& ofClass) {
   const auto due = [&](Date taken) {
-    const auto known = row.date("sent_at");
-    const Date dated = known ? *known : row.date("internal_at").value_or(taken);
-    return policy.expiryDate(dated, taken, ofClass);
+    return policy.expiryDate(from.dated.value_or(taken), taken, ofClass);
   };
-  const Date taken = row.date("ingested_at").value_or(Date{});
-  const auto earliest = due(taken);
-  const auto latest = due({taken.seconds + kCommitSeconds});
-  const auto stored = row.date("expires_at");
+  const auto earliest = due(from.taken);
+  const auto latest = due({from.taken.seconds + kCommitSeconds});
   if (!stored) return !latest;
   return earliest && stored->seconds >= earliest->seconds - kClockGrain &&
          (!latest || stored->seconds <= latest->seconds + kClockGrain);
+}
+
+/// Whether some number of years under a policy as it was recorded once gives the date. The journal
+/// does not record the years of each class; fewer than the law asks for are none.
+bool couldBeDue(const std::optional<Date>& stored, const CountedFrom& from,
+                const RecordedPolicy& recorded, RetentionPolicy policy, RetentionClass ofClass) {
+  if (!stored) return false;
+  policy.regimes = recorded.regimes.value_or(policy.regimes);
+  policy.financialYearEndMonth =
+      static_cast<int>(recorded.financialYearEndMonth.value_or(policy.financialYearEndMonth));
+  const Date counted{std::min(from.dated.value_or(from.taken).seconds, from.taken.seconds)};
+  for (const bool fromYearEnd : {true, false}) {
+    ofClass.fromEndOfBusinessYear = fromYearEnd;
+    const Date start = policy.periodStart(counted, ofClass).date;
+    ofClass.years = civilTime(*stored).year - civilTime(start).year;
+    if (ofClass.years < 1) continue;
+    policy.defaultClass.years = ofClass.years;
+    if (isDue(stored, from, policy, ofClass)) return true;
+  }
+  return false;
+}
+
+bool Comparison::isDueAsPolicySays(const Row& row, const Arrival& arrival) const {
+  const RetentionPolicy& policy = archive_.policy();
+  const std::string name = row.string("retention_class");
+  const auto stored = row.date("expires_at");
+  const CountedFrom from(row);
+  const auto ofClass = policy.retentionClass(name);
+  if (ofClass && isDue(stored, from, policy, *ofClass)) return true;
+  // Of a class that the policy has given up nobody knows the years any more, nor of what was before
+  // a change that has not been applied.
+  if (ofClass && !journal_.mayPredatePolicy(arrival)) return false;
+  const RetentionClass named{.identifier = name, .label = "", .years = 0};
+  return std::ranges::any_of(journal_.policies(), [&](const RecordedPolicy& recorded) {
+    return couldBeDue(stored, from, recorded, policy, named);
+  });
 }
 
 void Comparison::compareFiling(const std::vector<std::string>& misdated) {
@@ -206,8 +322,10 @@ void Comparison::compareReferences() {
       "SELECT b.hash AS digest FROM blob b LEFT JOIN (SELECT a.blob_id AS id, COUNT(*) AS n FROM "
       "attachment a JOIN message m ON m.id = a.message_id WHERE m.erased = 0 AND a.blob_id IS NOT "
       "NULL GROUP BY a.blob_id) used ON used.id = b.id WHERE b.refcount <> COALESCE(used.n, 0) "
-      "UNION ALL SELECT m.sha256 FROM message m WHERE m.attachment_count <> (SELECT COUNT(*) FROM "
-      "attachment a WHERE a.message_id = m.id) UNION ALL SELECT COALESCE(m.sha256, '?') FROM "
+      "UNION ALL SELECT m.sha256 FROM message m WHERE m.erased = 0 AND m.attachment_count <> "
+      "(SELECT "
+      "COUNT(*) FROM attachment a WHERE a.message_id = m.id) UNION ALL SELECT COALESCE(m.sha256, "
+      "'?') FROM "
       "attachment a LEFT JOIN message m ON m.id = a.message_id WHERE m.id IS NULL OR (a.blob_id IS "
       "NOT NULL AND NOT EXISTS (SELECT 1 FROM blob b WHERE b.id = a.blob_id))",
       {}, [this](const Row& row) {
@@ -261,13 +379,29 @@ void Comparison::compareSeals() {
 
 void Comparison::compareHolds() {
   if (journal_.holds().empty()) return;
-  std::map<std::string, bool> active;
-  for (const Row& row : db_.query("SELECT id, released_at IS NULL AS active FROM hold")) {
-    active[row.string("id")] = row.boolean("active");
+  struct Held {
+    bool isActive;
+    std::int64_t messages;
+  };
+  std::map<std::string, Held> held;
+  for (const Row& row : db_.query("SELECT id, released_at IS NULL AS active, (SELECT COUNT(*) FROM "
+                                  "message_hold WHERE hold_id = hold.id) AS messages FROM hold")) {
+    held[row.string("id")] = {row.boolean("active"), row.integer("messages")};
   }
-  for (const auto& [id, expected] : journal_.holds()) {
-    const auto row = active.find(id);
-    if (row == active.end() || (expected && *expected != row->second)) holds_.add(id);
+  for (const auto& [id, recorded] : journal_.holds()) {
+    const auto row = held.find(id);
+    const bool isRebuilt = journal_.rebuiltAt() > recorded.seq;
+    if (row == held.end()) {
+      // A rebuild brings back what still holds something.
+      if (!isRebuilt || recorded.isActive.value_or(false)) holds_.add(id);
+      continue;
+    }
+    // Messages that arrive later may join; none may leave before the release.
+    const bool hasLost =
+        recorded.isActive.value_or(false) && !isRebuilt && row->second.messages < recorded.messages;
+    if (recorded.isActive.value_or(row->second.isActive) != row->second.isActive || hasLost) {
+      holds_.add(id);
+    }
   }
 }
 
@@ -279,8 +413,8 @@ HoldingsResult compareHoldings(MailArchive& archive, const JournalRecord& journa
 }
 
 std::vector<std::string> holdingsWords() {
-  return {kAgree,  kMissing,    kUnrecorded, kErased, kAltered, kExpiry,
-          kFiling, kReferences, kPacks,      kSeals,  kHolds};
+  return {kAgree,  kMissing, kUnrecorded, kErased,     kRevived, kAltered, kClasses,
+          kPolicy, kExpiry,  kFiling,     kReferences, kPacks,   kSeals,   kHolds};
 }
 
 }  // namespace ambervane

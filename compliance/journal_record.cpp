@@ -1,6 +1,7 @@
 #include "compliance/journal_record.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 #include "base/bytes.h"
@@ -16,6 +17,19 @@ std::string_view detail(const AuditEntry& entry, const char* key) {
 
 std::int64_t numberIn(const AuditEntry& entry, const char* key, std::int64_t otherwise) {
   return parseInteger(detail(entry, key)).value_or(otherwise);
+}
+
+std::string_view subjectOf(const AuditEntry& entry) {
+  return entry.subject ? std::string_view(*entry.subject) : std::string_view();
+}
+
+/// Actions of which there are few, and whose entries `JournalRecord::take` understands.
+bool isOnTheArchive(AuditAction action) {
+  using enum AuditAction;
+  constexpr std::array kActions = {archiveCreated,   policyChanged,   integrityVerified,
+                                   messageErased,    packSealed,      chainSealed,
+                                   retentionApplied, legalHoldPlaced, legalHoldReleased};
+  return std::ranges::find(kActions, action) != kActions.end();
 }
 
 bool isBefore(const Arrival& a, const Arrival& b) {
@@ -37,49 +51,56 @@ std::optional<RawDigest> rawDigest(std::string_view hex) {
 }
 
 JournalRecord::JournalRecord(const AuditJournal& journal, std::optional<std::int64_t> wantedSeq) {
+  // Whether an entry holds may be told by a later one, so that the few that are not about single
+  // messages wait for the end.
+  std::vector<AuditEntry> waiting;
+  std::vector<std::pair<RawDigest, std::int64_t>> erasures;
   journal.forEachEntry([&](const AuditEntry& entry) {
     if (wantedSeq == entry.seq && !wantedHash_) wantedHash_ = entry.entryHash;
-    take(entry);
+    if (entry.action == AuditAction::messageIngested) {
+      takeArrival(entry);
+    } else if (entry.action == AuditAction::integrityFailed) {
+      takeBroken(entry);
+    } else if (entry.action == AuditAction::messageErased && rawDigest(subjectOf(entry))) {
+      erasures.emplace_back(*rawDigest(subjectOf(entry)), entry.seq);
+    } else if (isOnTheArchive(entry.action)) {
+      waiting.push_back(entry);
+    }
     return true;
   });
   std::sort(arrivals_.begin(), arrivals_.end(), isBefore);
-  for (const auto& [kind, messages] : openApprovals_) erasedByList_ += messages;
-  for (auto& [seq, pack] : packEntries_) {
-    if (!isVoid(seq)) packs_[pack.first].push_back(std::move(pack.second));
+  for (const auto& [digest, seq] : erasures) {
+    if (!isVoid(seq)) erased_[digest] = seq;
   }
+  for (const AuditEntry& entry : waiting) {
+    if (!isVoid(entry.seq)) take(entry);
+  }
+  for (const auto& [kind, messages] : openApprovals_) erasedByList_ += messages;
 }
 
 void JournalRecord::take(const AuditEntry& entry) {
-  const std::string_view subject = entry.subject ? std::string_view(*entry.subject) : "";
+  const std::string_view subject = subjectOf(entry);
   switch (entry.action) {
-    case AuditAction::messageIngested:
-      takeArrival(entry);
-      break;
     case AuditAction::integrityVerified:
       if (subject == "startup") takeLost(entry);
       break;
-    case AuditAction::integrityFailed:
-      if (subject == "import") takeBrokenBatch(entry);
-      break;
     case AuditAction::messageErased:
-      if (const auto digest = rawDigest(subject)) {
-        erased_.insert(*digest);
-      } else {
-        takeApproval(entry, "erasure");
-      }
+      takeApproval(entry, "erasure");
       break;
     case AuditAction::retentionApplied:
-      if (subject == "reclassify") reclassifiedAt_ = entry.seq;
-      takeApproval(entry, "disposal");
+      takeRetention(entry);
+      break;
+    case AuditAction::archiveCreated:
+      takePolicy(entry);
       break;
     case AuditAction::policyChanged:
+      if (subject == "retention") takePolicy(entry);
       if (subject == "catalog" && detail(entry, "action") == "rebuild finished") {
         rebuiltAt_ = entry.seq;
       }
       break;
     case AuditAction::packSealed:
-      packEntries_.push_back(
-          {entry.seq, {std::string(subject), std::string(detail(entry, "sha256"))}});
+      packs_[std::string(subject)].emplace_back(detail(entry, "sha256"));
       break;
     case AuditAction::chainSealed:
       takeSeal(entry);
@@ -116,21 +137,32 @@ void JournalRecord::takeArrival(const AuditEntry& entry) {
   arrivals_.push_back(arrival);
 }
 
-/// A startup after a crash names the messages that were recorded and had not yet become durable.
+/// A startup after a crash names the messages that were recorded and had not yet become durable, or
+/// the first of them and how many there were.
 void JournalRecord::takeLost(const AuditEntry& entry) {
-  if (detail(entry, "lost_in_crash").empty()) return;
+  std::int64_t unnamed = numberIn(entry, "lost_in_crash", 0);
+  if (unnamed <= 0) return;
+  std::optional<RawDigest> first;
   for (const std::string_view hex : splitOmittingEmpty(detail(entry, "digests"), ",")) {
-    if (const auto digest = rawDigest(trim(hex))) lost_[*digest] = entry.seq;
+    const auto digest = rawDigest(trim(hex));
+    if (!digest) continue;
+    lost_[*digest] = entry.seq;
+    if (!first) first = digest;
+    --unnamed;
   }
+  if (first && unnamed > 0) crashes_.push_back({entry.seq, *first, unnamed});
 }
 
-/// "entries 12 to 40 belong to a batch that was not kept; ..."
-void JournalRecord::takeBrokenBatch(const AuditEntry& entry) {
+/// "entries 12 to 40 belong to a batch that was not kept; ..." of an import, "entries 12 to 12 tell
+/// of a change that was not kept" of the catalog.
+void JournalRecord::takeBroken(const AuditEntry& entry) {
+  if (entry.subject != "import" && entry.subject != "catalog") return;
   const auto words = splitOmittingEmpty(detail(entry, "note"), " ");
-  if (words.size() < 5 || words[0] != "entries" || words[2] != "to" || words[4] != "belong") return;
+  if (words.size() < 5 || words[0] != "entries" || words[2] != "to") return;
+  if (words[4] != "belong" && words[4] != "tell") return;
   const auto first = parseInteger(words[1]);
   const auto last = parseInteger(words[3]);
-  if (first && last) broken_.emplace_back(*first, *last);
+  if (first && last && *last < entry.seq) broken_.emplace_back(*first, *last);
 }
 
 /// An approved list is recorded before it is worked through and again at its end, by number; one
@@ -147,15 +179,59 @@ void JournalRecord::takeApproval(const AuditEntry& entry, const std::string& kin
   }
 }
 
+void JournalRecord::takeRetention(const AuditEntry& entry) {
+  takeApproval(entry, "disposal");
+  const bool isReclassification = entry.subject == "reclassify";
+  if (isReclassification || entry.subject == "retention dates") datesAppliedAt_ = entry.seq;
+  if (!isReclassification) return;
+  reclassified_ = {.seq = entry.seq, .seconds = entry.timestamp.seconds, .messages = {}};
+  std::int64_t total = 0;
+  for (const std::string_view part : splitOmittingEmpty(detail(entry, "classes"), ",")) {
+    const std::size_t equals = part.rfind('=');
+    if (equals == std::string_view::npos) continue;
+    const std::int64_t messages = parseInteger(part.substr(equals + 1)).value_or(0);
+    if (messages > 0) reclassified_.messages[std::string(part.substr(0, equals))] += messages;
+    total += messages;
+  }
+  // A class may have a comma in its name.
+  if (total != numberIn(entry, "messages", -1)) reclassified_.messages.clear();
+}
+
+/// The founding entry tells the first policy, every later change what has become different.
+void JournalRecord::takePolicy(const AuditEntry& entry) {
+  RecordedPolicy& before = policies_.back();
+  if (const auto month = parseInteger(detail(entry, "from_financial_year_end_month"))) {
+    before.financialYearEndMonth = month;
+  }
+  RecordedPolicy policy = before;
+  if (const auto regimes = entry.details.find("regimes"); regimes != entry.details.end()) {
+    policy.regimes.emplace();
+    for (const std::string_view name : splitOmittingEmpty(regimes->second, ",")) {
+      if (const auto regime = regimeFromIdentifier(trim(name))) policy.regimes->insert(*regime);
+    }
+  }
+  const bool isFirst = entry.action == AuditAction::archiveCreated;
+  if (const auto years = parseInteger(detail(entry, isFirst ? "retention_years" : "to_years"))) {
+    policy.minimumYears = years;
+  }
+  if (const auto month = parseInteger(detail(entry, "to_financial_year_end_month"))) {
+    policy.financialYearEndMonth = month;
+  }
+  policies_.push_back(std::move(policy));
+  if (!isFirst) policyAt_ = entry.seq;
+}
+
 void JournalRecord::takeHold(const AuditEntry& entry) {
   if (!entry.subject) return;
-  std::optional<bool>& active = holds_[*entry.subject];
+  RecordedHold& hold = holds_[*entry.subject];
+  hold.seq = entry.seq;
   if (entry.action == AuditAction::legalHoldReleased) {
-    active = false;
+    hold.isActive = false;
   } else if (detail(entry, "note").starts_with("carried over")) {
-    active = std::nullopt;  // as it was in the archive it comes from
+    hold.isActive = std::nullopt;  // as it was in the archive it comes from
   } else {
-    active = true;
+    hold.isActive = true;
+    hold.messages = numberIn(entry, "messages", 0);
   }
 }
 
@@ -183,6 +259,26 @@ bool JournalRecord::isExpected(std::span<const Arrival> ofOneDigest) const {
     return lost == lost_.end() || lost->second < arrival->seq;
   }
   return false;
+}
+
+/// A crash takes the newest entries, so that what it did not name came behind what it named.
+std::int64_t JournalRecord::lostUnnamed(std::vector<std::int64_t> missingSeqs) const {
+  std::int64_t lost = 0;
+  for (const Crash& crash : crashes_) {
+    std::int64_t first = crash.seq;
+    for (const Arrival& arrival : arrivalsOf(crash.first)) {
+      if (arrival.seq < crash.seq) first = arrival.seq;
+    }
+    const auto within = [&](std::int64_t seq) { return seq > first && seq < crash.seq; };
+    const auto explained = static_cast<std::int64_t>(std::erase_if(missingSeqs, within));
+    lost += std::min(crash.unnamed, explained);
+  }
+  return lost;
+}
+
+std::int64_t JournalRecord::erasedAt(const RawDigest& digest) const {
+  const auto found = erased_.find(digest);
+  return found == erased_.end() ? 0 : found->second;
 }
 
 const Arrival& JournalRecord::decisive(std::span<const Arrival> ofOneDigest) const {

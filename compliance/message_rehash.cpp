@@ -165,16 +165,17 @@ class Rehash {
 
   /// Whether the date in the catalog can come from the message's own header.
   static bool isDated(const MessageRow& row, const MessageRecord& record) {
-    if (!row.sentAt || record.segments.empty()) return true;
+    if (record.segments.empty()) return true;
     const auto* literal = std::get_if<MessageRecord::Literal>(&record.segments.front());
     if (literal == nullptr) return true;
     const BytesView raw = literal->bytes;
     const HeaderSet header = HeaderSet::parse(raw.substr(0, splitHeaderAndBody(raw).headerEnd));
     const auto field = header["date"];
     // Where attachments were cut out, the header may have gone on behind them.
-    if (!field) return record.segments.size() > 1;
+    if (!field && record.segments.size() > 1) return true;
     const auto date = MailDate::parse(field);
-    return !date || std::abs(date->seconds - row.sentAt->seconds) <= kDateTolerance;
+    if (!date || !row.sentAt) return date.has_value() == row.sentAt.has_value();
+    return std::abs(date->seconds - row.sentAt->seconds) <= kDateTolerance;
   }
 
   MailArchive& archive_;

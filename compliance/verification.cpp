@@ -19,6 +19,7 @@
 #include "compliance/sidecar_coverage.h"
 #include "platform/immutable_flag.h"
 #include "platform/volume.h"
+#include "store/key_error.h"
 
 namespace ambervane {
 namespace {
@@ -49,6 +50,7 @@ class Verification {
     guarded(check_names::kOrganisation, [this] { checkOrganisation(); });
     if (options_.deep) guarded(check_names::kContent, [this] { checkContent(); });
     guarded(check_names::kContentKeys, [this] { checkKeys(); });
+    guarded(check_names::kErasure, [this] { checkErasure(); });
     guarded(check_names::kCatalog, [this] { checkCatalog(); });
     guarded(check_names::kIndex, [this] { checkIndex(); });
     guarded(check_names::kHoldings, [this] { checkHoldings(); });
@@ -58,7 +60,7 @@ class Verification {
   }
 
  private:
-  /// Runs one check; a database that cannot be read fails it instead of ending the run.
+  /// Runs one check; a database or keys that cannot be read fail it instead of ending the run.
   template <typename Body>
   void guarded(const char* name, Body body) {
     try {
@@ -66,6 +68,8 @@ class Verification {
     } catch (const SQLiteError& error) {
       if (!error.isMediumFailure()) throw;
       fail(name, Finding::Verbatim(error.what()));
+    } catch (const KeyError&) {
+      fail(name, Finding::Fixed::contentKeysBroken);
     }
   }
 
@@ -108,6 +112,7 @@ class Verification {
   void checkOrganisation();
   void checkContent();
   void checkKeys();
+  void checkErasure();
   bool isRecoverable();
   void checkCatalog();
   void checkIndex();
@@ -307,20 +312,21 @@ void Verification::checkContent() {
 }
 
 void Verification::checkKeys() {
-  if (archive_.policy().cryptoShreddingEnabled) {
-    enter("Checking the content keys");
-    if (archive_.keys().verifyMasterKey()) {
-      pass(check_names::kContentKeys, Finding::Fixed::contentKeysOpen);
-    } else {
-      fail(check_names::kContentKeys, Finding::Fixed::contentKeysBroken);
-    }
+  if (!archive_.policy().cryptoShreddingEnabled) return;
+  enter("Checking the content keys");
+  if (archive_.keys().verifyMasterKey()) {
+    pass(check_names::kContentKeys, Finding::Fixed::contentKeysOpen);
+  } else {
+    fail(check_names::kContentKeys, Finding::Fixed::contentKeysBroken);
   }
-  if (isUnder(ComplianceRegime::euGDPR)) {
-    if (archive_.policy().cryptoShreddingEnabled) {
-      pass(check_names::kErasure, Finding::ErasurePossible{archive_.keys().erasureCount()});
-    } else {
-      fail(check_names::kErasure, Finding::Fixed::erasureImpossible);
-    }
+}
+
+void Verification::checkErasure() {
+  if (!isUnder(ComplianceRegime::euGDPR)) return;
+  if (archive_.policy().cryptoShreddingEnabled) {
+    pass(check_names::kErasure, Finding::ErasurePossible{archive_.keys().erasureCount()});
+  } else {
+    fail(check_names::kErasure, Finding::Fixed::erasureImpossible);
   }
 }
 

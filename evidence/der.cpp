@@ -160,6 +160,7 @@ std::optional<std::int64_t> integerValue(const Element& of, BytesView in) noexce
 
 std::optional<Date> generalizedTime(const Element& of, BytesView in) {
   constexpr std::size_t kWholeSeconds = 14;
+  constexpr int kLastYear = 9999;
   BytesView text = body(of, in);
   if (of.tag != kGeneralizedTime || text.size() <= kWholeSeconds || !text.ends_with('Z')) {
     return std::nullopt;
@@ -167,7 +168,8 @@ std::optional<Date> generalizedTime(const Element& of, BytesView in) {
   text.remove_suffix(1);
   const std::string_view whole = text.substr(0, kWholeSeconds);
   std::string_view fraction = text.substr(kWholeSeconds);
-  // There is no year 0, and a seal that named it could not be read again.
+  // There is no year 0 and, but for a leap second, none behind the last: a seal that named them
+  // could not be read again.
   if (!areDigits(whole) || whole.starts_with("0000")) return std::nullopt;
   double part = 0;
   if (!fraction.empty()) {
@@ -177,12 +179,13 @@ std::optional<Date> generalizedTime(const Element& of, BytesView in) {
     double scale = 1;
     for (const char digit : fraction) part += (digit - '0') * (scale /= 10);
   }
-  return dateFromCivil({.year = decimal(whole.substr(0, 4)),
-                        .month = decimal(whole.substr(4, 2)),
-                        .day = decimal(whole.substr(6, 2)),
-                        .hour = decimal(whole.substr(8, 2)),
-                        .minute = decimal(whole.substr(10, 2)),
-                        .second = decimal(whole.substr(12, 2)) + part});
+  const auto date = dateFromCivil({.year = decimal(whole.substr(0, 4)),
+                                   .month = decimal(whole.substr(4, 2)),
+                                   .day = decimal(whole.substr(6, 2)),
+                                   .hour = decimal(whole.substr(8, 2)),
+                                   .minute = decimal(whole.substr(10, 2)),
+                                   .second = decimal(whole.substr(12, 2)) + part});
+  return date && civilTime(*date).year <= kLastYear ? date : std::nullopt;
 }
 
 }  // namespace ambervane::DER

@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "cli/display_columns.h"
 #include "evidence/audit_journal.h"
+#include "platform/immutable_flag.h"
 #include "tests/cli/command_line.h"
 
 namespace ambervane {
@@ -198,6 +199,7 @@ TEST_F(SearchCommands, workWhereNothingCanBeWritten) {
   run({"smart", archive(), "add", "F", "from:anna"});
   const auto forEachFile = [this](fs::perms remove, fs::perms add) {
     for (const auto& entry : fs::recursive_directory_iterator(folder_.path())) {
+      if (entry.is_regular_file()) clearImmutable(entry.path());
       fs::permissions(entry, remove, fs::perm_options::remove);
       fs::permissions(entry, add | (entry.is_directory() ? fs::perms::others_exec : fs::perms()),
                       fs::perm_options::add);

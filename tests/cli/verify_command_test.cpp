@@ -1,13 +1,8 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <sstream>
 
 #include "base/digest.h"
 #include "base/file.h"
-#include "cli/commands.h"
-#include "tests/support/mail_builder.h"
-#include "tests/support/scratch_folder.h"
+#include "tests/cli/command_line.h"
 
 namespace ambervane {
 namespace {
@@ -16,34 +11,15 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-struct Result {
-  int status;
-  std::string out, err;
-};
-
-Result run(const std::vector<std::string>& words, bool terminal = false) {
-  std::ostringstream out;
-  std::ostringstream err;
-  Console console{out, err, terminal};
-  const int status = runCommandLine(words, console);
-  return {status, out.str(), err.str()};
-}
-
-class VerifyCommand : public testing::Test {
+class VerifyCommand : public CommandLine {
  protected:
-  VerifyCommand() {
-    writeFileAtomically(folder_ / "one.eml", plainMail(1));
-    run({"create", archive(), "--name", "Büro"});
-    run({"import", archive(), (folder_ / "one.eml").native()});
-  }
-  std::string archive() const { return (folder_ / "a.ambervane").native(); }
+  VerifyCommand() { import("mails/one.eml"); }
   void damagePack() const {
     const auto pack = folder_ / "a.ambervane/packs/00000001.pack";
     Bytes bytes = readFile(pack);
     bytes.back() = static_cast<char>(bytes.back() ^ 1);
     writeFileAtomically(pack, bytes);
   }
-  const ScratchFolder folder_;
 };
 
 TEST_F(VerifyCommand, saysWhatItFound) {
@@ -158,21 +134,19 @@ TEST_F(VerifyCommand, gaps) {
 }
 
 TEST_F(VerifyCommand, gapsFound) {
-  const auto add = [&](int day, int number, const std::string& from, const std::string& more) {
-    const std::string name = "Sent/" + std::to_string(number);
-    writeFileAtomically(folder_ / name, "Message-ID: <g" + std::to_string(number) +
-                                            "@x>\r\nDate: " + std::to_string(day) +
-                                            " Jan 2024 12:00:00 +0000\r\nFrom: " + from +
-                                            "\r\nSubject: S" + std::to_string(number) + "\r\n" +
-                                            more + "\r\nText\r\n");
+  const auto add = [&](int day, int number, const std::string& more) {
+    const std::string n = std::to_string(number);
+    write("Sent/" + n, "Message-ID: <g" + n + "@x>\r\nDate: " + std::to_string(day) +
+                           " Jan 2024 12:00:00 +0000\r\nFrom: anna@example.com\r\nSubject: S" + n +
+                           "\r\n" + more + "\r\nText\r\n");
   };
   createFolders(folder_ / "Sent");
   // Monday to Friday, then again from Friday of the next week; numbers 6 and 7 are not there.
-  for (int day = 1; day <= 5; ++day) add(day, day, "anna@example.com", "");
-  add(12, 8, "anna@example.com", "In-Reply-To: <gone@x>\r\n");
-  run({"create", (folder_ / "g").native()});
-  ASSERT_EQ(run({"import", (folder_ / "g").native(), (folder_ / "Sent").native()}).status, 0);
-  const Result result = run({"gaps", (folder_ / "g").native(), "--limit", "1"});
+  for (int day = 1; day <= 5; ++day) add(day, day, "");
+  add(12, 8, "In-Reply-To: <gone@x>\r\n");
+  run({"create", at("g")});
+  ASSERT_EQ(run({"import", at("g"), at("Sent")}).status, 0);
+  const Result result = run({"gaps", at("g"), "--limit", "1"});
   EXPECT_THAT(result.out, HasSubstr("  Sent › Sent  UID 6—7  (2024-01-05 to 2024-01-12)  2 missing "
                                     "messages\n  1 replies whose parent is absent:\n"
                                     "    2024-01-12  message 6  S8  (answers gone@x)\n"));

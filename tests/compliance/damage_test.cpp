@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
+#include <memory>
+
 #include "base/digest.h"
 #include "store/pack_format.h"
 #include "tests/compliance/damaged_archive.h"
@@ -43,14 +46,24 @@ const std::string kUnrecoverable =
     "some packs have no recovery sidecar; a rebuild would recover their messages but not their "
     "mailbox membership";
 
+/// The archive that is copied and damaged, closed.
+const DamagedArchive& original(ComplianceRegime regime) {
+  static std::map<ComplianceRegime, std::unique_ptr<DamagedArchive>> made;
+  auto& archive = made[regime];
+  if (!archive) {
+    archive = std::make_unique<DamagedArchive>(DamagedArchive::policyFor({regime}));
+    archive->close();
+  }
+  return *archive;
+}
+
 /// Damages an archive and looks that the failed checks begin with `failed`, in this order.
 /// `passed` is part of what some passed check says, `reason` of what is said of a message.
 void expectFaults(const char* name, ComplianceRegime regime, bool deep, const Damage& damage,
                   const Texts& failed, const std::string& passed = "",
                   const std::string& reason = "") {
   SCOPED_TRACE(name);
-  DamagedArchive archive(DamagedArchive::policyFor({regime}));
-  archive.close();
+  DamagedArchive archive(TestArchive::CopyOf{original(regime)});
   damage(archive);
   archive.reopen();
   const ComplianceReport report = archive.verify(deep);
@@ -88,12 +101,12 @@ TEST(DamageLibrary, sealedPacks) {
        {kDigest + "1.pack: digest changed", kContent + "2 of 4 messages"},
        "Checksum mismatch in pack 1 at offset "},
       {"gone",
-       [](auto& a) { fs::remove(a.pack(2)); },
-       {kDigest + "2.pack: Pack file 00000002.pack is missing", kContent},
-       "Pack file 00000002.pack is missing"},
+       [](auto& a) { fs::remove(a.pack(1)); },
+       {kDigest + "1.pack: Pack file 00000001.pack is missing", kContent + "3 of 4 messages"},
+       "Pack file 00000001.pack is missing"},
       {"longer",
-       [](auto& a) { rewrite(a.pack(2), [](Bytes& b) { b += '\0'; }); },
-       {kDigest + "2.pack: digest changed"},
+       [](auto& a) { rewrite(a.pack(1), [](Bytes& b) { b += '\0'; }); },
+       {kDigest + "1.pack: digest changed"},
        ""},
   };
   for (const auto& c : kCases) {
@@ -108,14 +121,14 @@ TEST(DamageLibrary, recordsOfThePackBeingWritten) {
     std::size_t offset;
     const char* reason;  ///< null: no harm to the message, which comes back as it was
   } kCases[] = {
-      {"magic", 0, "bad record magic in pack 3 at "},
-      {"flags", kRecordFlagsOffset, "does not match its SHA-256"},
+      {"magic", 0, "bad record magic in pack 2 at "},
+      {"flags", kRecordFlagsOffset, "unsupported message record version"},
       {"flagsWithoutMeaning", kRecordFlagsOffset + 1, nullptr},
       {"dictionary", kRecordDictionaryOffset, "decompression failed for message 4"},
       {"originalLength", kRecordOriginalLengthOffset, nullptr},  // a hint to the decoder
-      {"storedLength", kRecordStoredLengthOffset + 1, "record runs past end of pack 3"},
-      {"checksum", kRecordChecksumOffset, "Checksum mismatch in pack 3 at offset "},
-      {"payload", kRecordHeaderBytes, "Checksum mismatch in pack 3 at offset "},
+      {"storedLength", kRecordStoredLengthOffset + 1, "record runs past end of pack 2"},
+      {"checksum", kRecordChecksumOffset, "Checksum mismatch in pack 2 at offset "},
+      {"payload", kRecordHeaderBytes, "Checksum mismatch in pack 2 at offset "},
   };
   for (const auto& c : kCases) {
     expectFaults(
@@ -205,7 +218,7 @@ TEST(DamageLibrary, journalFile) {
        {"Audit chain: Sequence gap: expected 4, found 5", kUnrecorded}},
       {"lineFeedLost",
        [](auto& a) { rewrite(a.journal(), [](Bytes& b) { edit(b, "}\n", "} "); }); },
-       {"Audit chain: Malformed journal entry at position 1", kSeal}},
+       {"Audit chain: Malformed journal entry at position 1"}},
       {"lastLineTorn",
        [](auto& a) { rewrite(a.journal(), [](Bytes& b) { b.resize(b.size() - 9); }); },
        {"Audit chain: Malformed journal entry at position "}},
@@ -236,7 +249,7 @@ TEST(DamageLibrary, seals) {
       {"chainHead", "\"chainHead\": \"", "", {fails, kSeal + "2)"}},
       {"entryCount", "\"entryCount\": ", "", {fails, kSeal + "2)"}},
       {"messageCount", "\"messageCount\": 2", "\"messageCount\": 3", {fails, kSeal + "2)"}},
-      {"publicKey", "\"publicKey\": \"", "", {fails}},
+      {"publicKey", "\"publicKey\": \"", "", {fails, "Signing key continuity: 2 signing key(s)"}},
       {"signature", "\"signature\": \"", "", {fails}},
       {"notJson", "{", "x", {kSeal + "2)"}},
   };
@@ -324,6 +337,11 @@ TEST(DamageLibrary, catalogRows) {
       {"sentAtWhereverTheCatalogHasIt",
        "UPDATE message SET sent_at = sent_at + 864000 WHERE id = 1; UPDATE message_folder SET "
        "sent_at = sent_at + 864000 WHERE message_id = 1",
+       {kFiling},
+       true},
+      {"noSentAtWhereverTheCatalogHasIt",
+       "UPDATE message SET sent_at = NULL, internal_at = sent_at WHERE id = 1; UPDATE "
+       "message_folder SET sent_at = NULL WHERE message_id = 1",
        {kFiling},
        true},
       {"ingestedAt",

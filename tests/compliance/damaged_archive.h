@@ -55,8 +55,8 @@ inline void rewriteLine(const std::filesystem::path& path, std::size_t number,
   });
 }
 
-/// An archive of four messages in three packs, two of them sealed, and three seals. Messages 2 and
-/// 3 share an attachment. Sealed packs are not write-protected unless the policy says so.
+/// An archive of four messages in two packs, the first of them sealed, and three seals. Messages 2
+/// and 3 share an attachment. A sealed pack is write-protected only where the policy says so.
 class DamagedArchive : public TestArchive {
  public:
   static RetentionPolicy policyFor(std::set<ComplianceRegime> regimes) {
@@ -75,6 +75,8 @@ class DamagedArchive : public TestArchive {
     ingest({plainMail(1), mailWithFiles(2, {{"a.bin", shared}})});
     ingest({mailWithFiles(3, {{"b.bin", noise(6000, 7)}, {"a.bin", shared}}), plainMail(4)});
   }
+
+  explicit DamagedArchive(const CopyOf& copy) : TestArchive(copy) {}
 
   std::filesystem::path pack(int number) const {
     return path() / "packs" / PackStore::packName(number);

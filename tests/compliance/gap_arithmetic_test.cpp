@@ -87,8 +87,8 @@ TEST(GapArithmetic, volumeAnomalies) {
   baseline[3] = 20;
   baseline[4] = 100;
   baseline[7] = 100;
-  // Monday 0 of 4.9, Tuesday 3 of 20, Wednesday 60 of 100, Saturday 1 of 100.
-  const DayCounts low = {{kMonday, 0}, {kMonday + 1, 3}, {kMonday + 2, 60}, {kMonday + 5, 1}};
+  // Monday 0 of 4.9, Tuesday 3 of 20, Wednesday 50 of 100, Saturday 1 of 100.
+  const DayCounts low = {{kMonday, 0}, {kMonday + 1, 3}, {kMonday + 2, 50}, {kMonday + 5, 1}};
   const auto found = volumeAnomalies(low, baseline, {});
   ASSERT_EQ(found.size(), 2U);
   EXPECT_EQ(found[0].day, kMonday + 2);

@@ -43,16 +43,36 @@ TEST(Holdings, whatTheJournalExplains) {
   const auto finished = [](const char* erased) {
     return Entry{retentionApplied, "2026", {{"action", "disposal finished"}, {"erased", erased}}};
   };
-  const Entry placed{legalHoldPlaced, "H", {}};
+  const Entry placed{legalHoldPlaced, "H", {{"messages", "1"}}};
+  const std::string link = "; INSERT INTO message_hold VALUES(1, 'H')";
+  const std::string contract = "UPDATE message SET retention_class = 'contract'";
+  const std::string transient =
+      "UPDATE message SET retention_class = 'transient', expires_at = sent_at + 366 * 86400 WHERE "
+      "id = 1";
+  const auto reclassified = [](const char* classes) {
+    return Entry{retentionApplied, "reclassify", {{"messages", "2"}, {"classes", classes}}};
+  };
+  const Entry changed{policyChanged, "retention", {{"regimes", "de-gobd"}, {"to_years", "12"}}};
+  const Entry applied{retentionApplied, "retention dates", {{"action", "dates recomputed"}}};
+  const std::string twelve = "UPDATE message SET expires_at = 2114380799";  // the end of 2036
+  const auto crash = [&](const char* count) {
+    return Entry{integrityVerified,
+                 "startup",
+                 {{"lost_in_crash", count}, {"digests", std::string(64, 'b')}}};
+  };
+  const Entry before{messageIngested, std::string(64, 'b'), {}};
   const struct {
     const char* name;
     std::string sql;
     std::vector<Entry> entries;
     bool passes;
+    int years = 10;  ///< of the default class
   } kCases[] = {
       {"missing", "", {ingested}, false},
       {"lostInACrash", "", {ingested, lost}, true},
       {"lostAndTakenInAgain", "", {ingested, lost, ingested}, false},
+      {"lostAmongMoreThanAreNamed", "", {before, ingested, crash("2")}, true},
+      {"notAmongThem", "", {before, ingested, crash("1")}, false},
       {"sweptWithoutANameGiven",
        "",
        {ingested, {integrityVerified, "startup", {{"swept_incomplete_rows", "1"}}}},
@@ -77,11 +97,29 @@ TEST(Holdings, whatTheJournalExplains) {
       {"listBrokenOff", erase, {approved}, true},
       {"listThatErasedNone", erase, {approved, finished("0")}, false},
       {"anotherErased", erase, {{messageErased, gone, {}}}, false},
-      {"reclassified",
-       "UPDATE message SET retention_class = 'contract' WHERE id = 1",
-       {{retentionApplied, "reclassify", {}}},
+      {"erasureUndone", "", {{messageErased, here, {}}}, false},
+      {"reclassified", contract + " WHERE id = 1", {reclassified("business=1,contract=1")}, true},
+      {"moreThanReclassified", contract, {reclassified("business=1,contract=1")}, false},
+      {"shorterByARule", transient, {reclassified("business=1,transient=1")}, true},
+      {"shorterByHand", transient, {}, false},
+      {"policyByHand", twelve, {}, false, 12},
+      {"policyAppliedToAll", twelve, {changed, applied}, true, 12},
+      {"policyOnlyForWhatIsToCome", "", {changed}, true, 12},
+      {"datesPutBack", "", {changed, applied}, false, 12},
+      {"dateOfNoPolicy",
+       "UPDATE message SET expires_at = expires_at - 31536000 WHERE id = 1",
+       {changed},
+       false,
+       12},
+      {"hold", hold + "NULL)" + link, {placed}, true},
+      {"holdThatCouldNotBeKept",
+       "",
+       {placed,
+        {integrityFailed,
+         "catalog",
+         {{"note", "entries 8 to 8 tell of a change that was not kept"}}}},
        true},
-      {"hold", hold + "NULL)", {placed}, true},
+      {"holdWithoutItsMessage", hold + "NULL)", {placed}, false},
       {"holdWithoutARow", "", {placed}, false},
       {"holdReleasedUnseen", hold + "1)", {placed}, false},
       {"holdReleased", hold + "1)", {placed, {legalHoldReleased, "H", {}}}, true},
@@ -90,11 +128,18 @@ TEST(Holdings, whatTheJournalExplains) {
        {{legalHoldPlaced, "H", {{"note", "carried over with the merge from X"}}}},
        true},
   };
+  TestArchive original(german());
+  original.ingest({plainMail(1), plainMail(2)});
+  ASSERT_EQ(original->journal().count(), 7);
+  original.close();
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);
-    TestArchive archive(german());
-    archive.ingest({plainMail(1), plainMail(2)});
-    ASSERT_EQ(archive->journal().count(), 7);
+    TestArchive archive(TestArchive::CopyOf{original});
+    const fs::path manifestPath = archive.path() / "archive.json";
+    auto manifest = ArchiveManifest::load(manifestPath, kTestTime);
+    manifest.policy.defaultClass.years = c.years;
+    manifest.save(manifestPath);
+    archive.reopen();
     archive->catalog().database().execute(c.sql);
     for (const Entry& e : c.entries) archive->journal().append(e.action, e.subject, e.details);
     const ComplianceReport report = verifyIntegrity(*archive, {}).value();
@@ -184,8 +229,8 @@ TEST(Verification, writeProtectionIsReportedAsItIs) {
   const ComplianceReport report = archive.verify(false);
   EXPECT_EQ(report.allPassed(), isPossible);
   EXPECT_THAT(said(report, isPossible ? Outcome::passed : Outcome::failed),
-              Contains(HasSubstr(isPossible ? "2 sealed packs carry the immutable flag."
-                                            : "2 sealed packs are writable")));
+              Contains(HasSubstr(isPossible ? "1 sealed packs carry the immutable flag."
+                                            : "1 sealed packs are writable")));
 }
 
 TEST(Verification, aReadOnlyArchiveIsReportedOnAndLeftAlone) {
@@ -197,6 +242,22 @@ TEST(Verification, aReadOnlyArchiveIsReportedOnAndLeftAlone) {
   EXPECT_TRUE(report.allPassed());
   EXPECT_EQ(report.publicKeyFingerprint, std::nullopt);
   EXPECT_FALSE(fs::exists(archive.path() / "keys/seal.key"));
+}
+
+TEST(Verification, anArchiveWithoutItsMasterKeyIsReportedOn) {
+  TestArchive archive(RetentionPolicy({Regime::euGDPR}));
+  archive.ingest({plainMail(1)});
+  fs::remove(archive.path() / "keys/master.key");
+  archive.reopen(OpenMode::readOnly);
+  VerificationOptions options;
+  options.deep = true;
+  const std::string broken =
+      ": The master key does not match the stored content keys — restore keys/master.key from "
+      "backup";
+  EXPECT_THAT(said(verifyIntegrity(*archive, options).value(), Outcome::failed),
+              ElementsAre("Message content hashes: 1 of 1 messages no longer match their stored "
+                          "digest",
+                          "Content keys" + broken, "Erasure capability" + broken));
 }
 
 TEST(Verification, tellsItsProgressAndCanBeBrokenOff) {
@@ -215,7 +276,7 @@ TEST(Verification, tellsItsProgressAndCanBeBrokenOff) {
   EXPECT_TRUE(verifyIntegrity(*archive, options)->allPassed());
   EXPECT_THAT(phases,
               IsSupersetOf({"Verifying the audit chain", "Checking the seals",
-                            "Re-hashing pack files", "Re-hashing pack files — 00000002.pack"}));
+                            "Re-hashing pack files", "Re-hashing pack files — 00000001.pack"}));
   EXPECT_EQ(last.checked, 4);
   EXPECT_EQ(last.total, 4);
   EXPECT_FALSE(last.indeterminate);

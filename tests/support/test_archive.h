@@ -53,6 +53,13 @@ class TestArchive {
                        CompressionEffort effort = CompressionEffort::balanced) {
     archive_ = MailArchive::create(path(), "Test", policy, effort, environment());
   }
+  /// A copy of one that is closed, to be opened with `reopen`.
+  struct CopyOf {
+    const TestArchive& original;
+  };
+  explicit TestArchive(const CopyOf& copy) {
+    std::filesystem::copy(copy.original.path(), path(), std::filesystem::copy_options::recursive);
+  }
   ~TestArchive() { archive_.reset(); }
 
   std::filesystem::path path() const { return folder_ / "test.ambervane"; }
