@@ -42,7 +42,6 @@ TEST_F(RetentionCommands, policyRefusals) {
     Words words;
     const char* text;
   } kCases[] = {
-      {"regimes", {"--regimes", "xx"}, "no recognised regimes in --regimes"},
       {"firstFirst",
        {"--remove-class", "business", "--regimes", "xx"},
        "no recognised regimes in --regimes"},
@@ -56,9 +55,6 @@ TEST_F(RetentionCommands, policyRefusals) {
        {"--remove-class", "business", "--default-class", "contract"},
        "cannot remove the default class; set another default first"},
       {"defaultUnknown", {"--default-class", "xx"}, "no such class: xx"},
-      {"ruleClass",
-       {"--add-rule", "n:xx:folder=a"},
-       "--add-rule expects name:classIdentifier:criteria, with a known class"},
       {"ruleEmpty",
        {"--add-rule", "n:contract:attachment=no"},
        "the rule has no criteria, so it would match nothing"},
