@@ -36,40 +36,37 @@ class RetentionCommands : public CommandLine {
   const std::filesystem::path old_ = made(folder_ / "old");
 };
 
-TEST_F(RetentionCommands, policyRefusals) {
+TEST_F(RetentionCommands, refusals) {
   const struct {
-    const char* name;
+    const char* command;
     Words words;
     const char* text;
   } kCases[] = {
-      {"regimes", {"--regimes", "xx"}, "no recognised regimes in --regimes"},
-      {"firstFirst",
+      {"hold", {}, "usage: ambervane hold <archive> list|place|release"},
+      {"hold", {"lift"}, "unknown hold subcommand"},
+      {"hold", {"place", "--reason", "r"}, "--name <n> is required"},
+      {"hold", {"release", "--id", "1"}, "--id <holdID> and --reason <r> are required"},
+      {"hold", {"release", "--id", "1", "--reason", "r"}, "There is no legal hold 1"},
+      {"policy",
        {"--remove-class", "business", "--regimes", "xx"},
        "no recognised regimes in --regimes"},
-      {"month",
-       {"--financial-year-end", "13"},
-       "--financial-year-end expects the month the financial year ends in, 1 to 12"},
-      {"class",
+      {"policy",
        {"--set-class", "a:A:ten"},
        "--set-class expects identifier:Label:years[:endOfYear|exactDate]"},
-      {"removeDefault",
+      {"policy",
        {"--remove-class", "business", "--default-class", "contract"},
        "cannot remove the default class; set another default first"},
-      {"defaultUnknown", {"--default-class", "xx"}, "no such class: xx"},
-      {"ruleClass",
-       {"--add-rule", "n:xx:folder=a"},
-       "--add-rule expects name:classIdentifier:criteria, with a known class"},
-      {"ruleEmpty",
+      {"policy",
        {"--add-rule", "n:contract:attachment=no"},
        "the rule has no criteria, so it would match nothing"},
-      {"reason",
+      {"policy",
        {"--disposal", "manualApproval", "--reason", " ", "--second-copy", "vault"},
        "--reason is required when changing the policy; it goes into the audit chain"},
   };
   const std::string before = policy({}).out;
   for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    const Result result = policy(c.words);
+    SCOPED_TRACE(c.text);
+    const Result result = command(c.command, c.words);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "") << "nothing is recorded before all is checked";
     EXPECT_EQ(result.err, "error: " + std::string(c.text) + "\n");
@@ -111,11 +108,8 @@ TEST_F(RetentionCommands, policyPrintedAndChanged) {
               HasSubstr("Policy changed: regimes=de-gobd; removed rule Ads\n"));
   const Result reclassified = command("reclassify", {});
   EXPECT_EQ(reclassified.out, "  lab  2\nReclassified. Nothing was deleted.\n");
-}
-
-TEST_F(RetentionCommands, regimesDoNotChangeWhatIsFixed) {
   // The archive of the base is kept under Swiss law alone.
-  EXPECT_THAT(run({"policy", archive(), "--regimes", "ch-gebuev,eu-gdpr", "--reason", "x"}).out,
+  EXPECT_THAT(run({"policy", archive(), "--regimes", "eu-gdpr", "--reason", "x"}).out,
               HasSubstr("These regimes ask for a key for each message, which is decided when an "
                         "archive is made; this one stays without.\n"));
 }
@@ -156,25 +150,6 @@ TEST_F(RetentionCommands, holdAndDispose) {
   EXPECT_THAT(command("retention", {}).out,
               HasSubstr("2        expired 2020-12-31  [business]  " + std::string(52, 'z') + "\n"));
   EXPECT_EQ(command("verify", {"--deep"}).status, 0);
-}
-
-TEST_F(RetentionCommands, holdRefusals) {
-  const struct {
-    const char* name;
-    Words words;
-    const char* text;
-  } kCases[] = {
-      {"none", {}, "usage: ambervane hold <archive> list|place|release"},
-      {"unknown", {"lift"}, "unknown hold subcommand"},
-      {"nameless", {"place", "--reason", "r"}, "--name <n> is required"},
-      {"reasonless", {"release", "--id", "1"}, "--id <holdID> and --reason <r> are required"},
-      {"noSuch", {"release", "--id", "1", "--reason", "r"}, "There is no legal hold 1"},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(command("hold", c.words).err, "error: " + std::string(c.text) + "\n");
-  }
-  EXPECT_THAT(command("hold", {"place", "--name", "n"}).err, HasSubstr("no criteria"));
 }
 
 }  // namespace

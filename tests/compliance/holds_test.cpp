@@ -83,7 +83,7 @@ TEST(Holds, oneMessageInAFurtherFolder) {
 TEST(Holds, releaseLeavesTheRecordAndOtherHolds) {
   TestArchive archive;
   archive.ingest({plainMail(1)});
-  placeHold(*archive, hold("1", {.participants = {"anna"}}));
+  placeHold(*archive, hold("1", {.participants = {"anna"}, .dateFrom = Date{1000}}));
   placeHold(*archive, hold("2", {.searchTerms = {"Ware"}}));
   CatalogHolds catalog(archive->catalog());
   releaseHold(*archive, "1", "Vergleich");
@@ -99,7 +99,7 @@ TEST(Holds, releaseLeavesTheRecordAndOtherHolds) {
   const AuditEntry placed = archive.entries(AuditAction::legalHoldPlaced).front();
   EXPECT_EQ(placed.subject, "1");
   EXPECT_EQ(placed.details.at("messages"), "1");
-  EXPECT_EQ(placed.details.at("criteria"), "anyone matching anna");
+  EXPECT_EQ(placed.details.at("criteria"), "anyone matching anna, from 1970-01-01T00:16:40Z");
   EXPECT_EQ(holdCriteriaFromJson(placed.details.at("definition")).participants.front(), "anna");
   EXPECT_EQ(archive.entries(AuditAction::legalHoldReleased).size(), 2U);
 }

@@ -76,12 +76,5 @@ TEST(LegalHold, json) {
   EXPECT_THROW(legalHoldFromJson("{}"), JsonError);
 }
 
-TEST(HoldCriteria, summary) {
-  const HoldCriteria criteria{{"eva"}, {}, std::nullopt, Date{1000}, {"a", "b"}, {"ab12"}};
-  EXPECT_EQ(criteria.summary(),
-            "anyone matching eva, until 1970-01-01T00:16:40Z, text contains a or b, 1 named one by "
-            "one");
-}
-
 }  // namespace
 }  // namespace ambervane
