@@ -57,7 +57,7 @@ void dispose(MailArchive& archive, const RetentionOutcome& outcome, const Argume
               << "Skipped, on hold     : " << result.skippedOnHold << "\n"
               << "Skipped, not expired : " << result.skippedNoLongerExpired << "\n"
               << "Skipped, already gone: " << result.skippedAlreadyErased << "\n";
-  noteUnforgotten(result.isForgotten, console);
+  noteRemnants(archive, result.isForgotten, console);
 }
 
 }  // namespace
