@@ -1,6 +1,6 @@
-/// The least a search in SQLite can cost: opens a database for reading, runs one statement, prints its
-/// rows. What the program `sqlite3` does, with the SQLite that the archive is written with (the system's
-/// may be too old to read its index).
+/// The least a search in SQLite can cost: opens a database for reading, runs one statement, prints
+/// its rows. What the program `sqlite3` does, with the SQLite that the archive is written with (the
+/// system's may be too old to read its index).
 ///
 ///     bare_sqlite DATABASE SQL
 #include <sqlite3.h>

@@ -24,8 +24,8 @@ namespace ambervane {
 /// Reads a source on a thread of its own and prepares its messages on all processors while the
 /// caller commits those before them. Batches come out in the source's order. What is read, prepared
 /// and not yet committed is bounded in bytes and in batches. Several batches may wait, so that the
-/// processors stay busy while the caller waits for a disk, and the caller can then take all that are
-/// ready under one flush.
+/// processors stay busy while the caller waits for a disk, and the caller can then take all that
+/// are ready under one flush.
 class IngestPipeline {
  public:
   /// Messages in a batch, and raw bytes in all batches together.

@@ -56,7 +56,7 @@ TEST_F(SyncCommand, collectsAndSaysWhatCameOfIt) {
   EXPECT_EQ(one.status, 0) << one.err;
   EXPECT_THAT(one.out, HasSubstr("Folders    : 1\nStored     : 1\nDuplicates : 0\n"));
 
-  const CommandResult rest = sync({"--exclude", "x,y"}, server.plainPort(), true);
+  const CommandResult rest = sync({"--exclude", "Spam,Papierkorb"}, server.plainPort(), true);
   EXPECT_EQ(rest.status, 0) << rest.err;
   EXPECT_THAT(rest.out, MatchesRegex("Source: anna at 127.0.0.1:[0-9]+ \\(no TLS\\)\n"
                                      "Folders    : 3\nStored     : 2\nDuplicates : 0\nFailed     : "

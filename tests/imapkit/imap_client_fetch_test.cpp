@@ -129,9 +129,9 @@ TEST(IMAPClientFetch, endsWhereTheSinkSays) {
   EXPECT_EQ(session.fetch(uids, 3), "1:a 2:b 3:c |");
   EXPECT_EQ(session.fetch({}, 3), "");
   session.client.fetchMessages(uids, 1, [](const IMAPMessage&) { return false; });
-  const std::size_t sent = session.server.received().size();
   session.client.logout();
-  EXPECT_EQ(session.server.received().size(), sent) << "a LOGOUT would wait for answers";
+  // A LOGOUT would wait for the answers to the requests under way.
+  EXPECT_THAT(session.server.received(), testing::Each(testing::Not(testing::HasSubstr("LOGOUT"))));
 }
 
 TEST(IMAPClientFetch, goesAroundARefusedMessage) {
