@@ -5,7 +5,7 @@ if(AMBERVANE_PCH)
   # that header is precompiled: then it no longer knows where the code came from. Builds without
   # precompiled headers leave these warnings on.
   target_compile_options(ambervane_options INTERFACE
-    -Wno-array-bounds 
+    -Wno-array-bounds
     $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow> $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overread>
     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
   set(headers <algorithm> <filesystem> <functional> <map> <memory> <optional> <set> <span> <string>
