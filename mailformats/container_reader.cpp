@@ -158,7 +158,8 @@ class Run {
     if (!isTree_) return ownFolder;
     const std::string_view parent = parentOf(path);
     if (isMailbox && !isMessageName(nameOf(path))) {
-      return MboxFolderReader::folderName(parent, nameOf(path));
+      const std::string folder = MboxFolderReader::folderName(parent, nameOf(path));
+      return folder.empty() ? ownFolder : folder;  // a member without a name
     }
     return parent.empty() ? ownFolder : std::string(parent);
   }
