@@ -6,6 +6,7 @@
 #include "tests/support/command_line.h"
 #include "tests/support/dovecot.h"
 #include "tests/support/mail_builder.h"
+#include "tests/support/scripted_imap_server.h"
 
 namespace ambervane {
 namespace {
@@ -172,6 +173,24 @@ TEST_F(CheckCommand, aServerThatWaitsForTLS) {
   ASSERT_TRUE(report.failure && report.diagnostic);
   EXPECT_EQ(*report.failure, "127.0.0.1 accepted the connection but sent nothing for 0 seconds");
   EXPECT_EQ(report.diagnostic->summaryMessage.text(), *report.failure);
+}
+
+TEST(CheckScripted, aServerThatOpensNoMailbox) {
+  const ScriptedIMAPServer server({
+      .greeting = "* OK [CAPABILITY IMAP4rev2] ready\r\n",
+      .replies = {{"CAPABILITY", "* CAPABILITY IMAP4rev2\r\n$T OK\r\n"},
+                  {"LIST", "* LIST () \"/\" INBOX\r\n$T OK\r\n"},
+                  {"STATUS", "* STATUS INBOX (MESSAGES 7 UNSEEN 2)\r\n$T OK\r\n"},
+                  {"EXAMINE", "$T NO [NOPERM] not \033[31mtoday\r\n"}},
+  });
+  const CommandResult result =
+      runCommand({"check", "--host", "127.0.0.1", "--port", std::to_string(server.address().port),
+                  "--no-tls", "--user", "anna", "--password", kPassword});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, HasSubstr("\nMessages   : about 0 messages, 0 unread\n"));
+  EXPECT_THAT(result.out, HasSubstr("\nThe server did not advertise IMAP4rev1; some features may "
+                                    "not work.\nAccess: refused — EXAMINE failed: "));
+  EXPECT_THAT(result.out, HasSubstr("[NOPERM] not \\x1b[31mtoday\n"));
 }
 
 TEST(ServerOptions, wrongCalls) {
