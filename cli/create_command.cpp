@@ -7,10 +7,7 @@ namespace ambervane {
 namespace {
 
 std::set<ComplianceRegime> regimesFrom(const std::string& text) {
-  std::set<ComplianceRegime> regimes;
-  for (const std::string_view item : split(text, ',')) {
-    if (const auto regime = regimeFromIdentifier(trim(item))) regimes.insert(*regime);
-  }
+  std::set<ComplianceRegime> regimes = regimesFromList(text);
   if (regimes.empty()) regimes.insert(ComplianceRegime::swissGeBueV);
   return regimes;
 }

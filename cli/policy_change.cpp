@@ -72,17 +72,10 @@ class Editor {
   }
 
   void setRegimes(const std::string& value) {
-    std::set<ComplianceRegime> regimes;
-    for (const std::string_view item : split(value, ',')) {
-      if (const auto regime = regimeFromIdentifier(trim(item))) regimes.insert(*regime);
-    }
+    std::set<ComplianceRegime> regimes = regimesFromList(value);
     if (regimes.empty()) refuse(kNoRegimes);
     policy_.regimes = std::move(regimes);
-    std::vector<std::string> names;
-    for (const ComplianceRegime regime : policy_.regimes) {
-      names.emplace_back(facts(regime).identifier);
-    }
-    note("regimes=" + join(names, ","));
+    note("regimes=" + listOf(policy_.regimes));
   }
 
   void setMonth(const std::string& value) {

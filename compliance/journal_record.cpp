@@ -205,10 +205,7 @@ void JournalRecord::takePolicy(const AuditEntry& entry) {
   }
   RecordedPolicy policy = before;
   if (const auto regimes = entry.details.find("regimes"); regimes != entry.details.end()) {
-    policy.regimes.emplace();
-    for (const std::string_view name : splitOmittingEmpty(regimes->second, ",")) {
-      if (const auto regime = regimeFromIdentifier(trim(name))) policy.regimes->insert(*regime);
-    }
+    policy.regimes = regimesFromList(regimes->second);
   }
   const bool isFirst = entry.action == AuditAction::archiveCreated;
   if (const auto years = parseInteger(detail(entry, isFirst ? "retention_years" : "to_years"))) {

@@ -23,12 +23,6 @@ constexpr double kClockGrain = 1;
 
 std::string number(std::int64_t n) { return std::to_string(n); }
 
-std::string identifiers(const std::set<ComplianceRegime>& regimes) {
-  std::vector<std::string> names;
-  for (const ComplianceRegime regime : regimes) names.emplace_back(facts(regime).identifier);
-  return join(names, ",");
-}
-
 /// From when a message counts where it says nothing itself.
 Date dateOf(const MessageRow& row) {
   return row.sentAt.value_or(row.internalAt.value_or(row.ingestedAt));
@@ -184,7 +178,7 @@ void updatePolicy(MailArchive& archive, const RetentionPolicy& policy, const std
   if (policy.movesRetentionDates(old)) archive.catalog().setMeta(kDatesDueSetting, "yes");
   archive.replacePolicy(policy);
   std::map<std::string, std::string> details = {{"reason", reason},
-                                                {"regimes", identifiers(policy.regimes)},
+                                                {"regimes", listOf(policy.regimes)},
                                                 {"from_years", number(old.minimumYears())},
                                                 {"to_years", number(policy.minimumYears())}};
   if (old.financialYearEndMonth != policy.financialYearEndMonth) {

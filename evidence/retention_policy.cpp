@@ -139,6 +139,22 @@ std::optional<ComplianceRegime> regimeFromIdentifier(std::string_view identifier
   return fromIdentifier<ComplianceRegime>(kRegimes, identifier);
 }
 
+std::set<ComplianceRegime> regimesFromList(std::string_view list) {
+  std::set<ComplianceRegime> regimes;
+  for (const std::string_view item : split(list, ',')) {
+    if (const auto regime = regimeFromIdentifier(trim(item))) regimes.insert(*regime);
+  }
+  return regimes;
+}
+
+std::string listOf(const std::set<ComplianceRegime>& regimes) {
+  std::vector<std::string> identifiers;
+  for (const ComplianceRegime regime : regimes) {
+    identifiers.emplace_back(facts(regime).identifier);
+  }
+  return join(identifiers, ",");
+}
+
 const DisposalFacts& facts(DisposalPolicy policy) noexcept {
   return kDisposals[static_cast<std::size_t>(policy)];
 }

@@ -28,6 +28,10 @@ struct RegimeFacts {
 };
 const RegimeFacts& facts(ComplianceRegime regime) noexcept;
 std::optional<ComplianceRegime> regimeFromIdentifier(std::string_view identifier) noexcept;
+/// Reads identifiers with commas in between, blanks around them allowed; unknown ones drop out.
+std::set<ComplianceRegime> regimesFromList(std::string_view list);
+/// The reverse, in the declared order.
+std::string listOf(const std::set<ComplianceRegime>& regimes);
 
 /// Whether anything past its period may be deleted at all.
 enum class DisposalPolicy { reportOnly, manualApproval };

@@ -90,14 +90,10 @@ std::unique_ptr<MailArchive> MailArchive::create(const fs::path& url, const std:
   manifest.save(url / "archive.json");
 
   auto archive = std::make_unique<MailArchive>(url, OpenMode::readWrite, std::move(environment));
-  std::vector<std::string> regimes;
-  for (const ComplianceRegime regime : policy.regimes)
-    regimes.emplace_back(facts(regime).identifier);
-  std::sort(regimes.begin(), regimes.end());
   const CodeSignature signature = currentCodeSignature();
   archive->journal().append(AuditAction::archiveCreated, std::nullopt,
                             {{"name", manifest.name},
-                             {"regimes", join(regimes, ",")},
+                             {"regimes", listOf(policy.regimes)},
                              {"retention_years", std::to_string(policy.minimumYears())},
                              {"worm", onOff(policy.wormEnforcement)},
                              {"crypto_shredding", onOff(policy.cryptoShreddingEnabled)},
