@@ -8,9 +8,9 @@ std::string jsonErrorDetail(const nlohmann::json::exception& error) {
   return end == std::string::npos ? text : text.substr(end + 2);
 }
 
-nlohmann::json parseJson(std::string_view text, const std::string& file) {
-  const auto boundDepth = [&file](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
-    if (depth > kMaxJsonDepth) throw JsonError(file, "it is nested too deeply");
+nlohmann::json parseJson(std::string_view text, const std::string& file, int maxDepth) {
+  const auto boundDepth = [&](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
+    if (depth > maxDepth) throw JsonError(file, "it is nested too deeply");
     return true;
   };
   try {
@@ -18,6 +18,18 @@ nlohmann::json parseJson(std::string_view text, const std::string& file) {
   } catch (const nlohmann::json::exception& error) {
     throw JsonError(file, jsonErrorDetail(error));
   }
+}
+
+nlohmann::json tryParseJson(std::string_view text) {
+  return nlohmann::json::parse(text, nullptr, false);
+}
+
+bool readJsonEvents(std::string_view text, nlohmann::json_sax<nlohmann::json>& reader) {
+  return nlohmann::json::sax_parse(text, &reader);
+}
+
+std::string compactJson(const nlohmann::json& value) {
+  return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 std::string prettyJson(const nlohmann::json& value) {

@@ -25,7 +25,7 @@ function(ambervane_module name)
     target_precompile_headers(ambervane_${name} REUSE_FROM ambervane_pch)
   endif()
 
-  if(AMBERVANE_FUZZ OR NOT arg_TESTS)
+  if(NOT arg_TESTS)
     return()
   endif()
   set(folder ${PROJECT_SOURCE_DIR}/tests/${name})

@@ -106,9 +106,9 @@ void appendPayload(std::string& out, const AuditEntry& entry) {
 
 /// Takes the fields of an entry out of the parser's events, without building a document first:
 /// verification reads millions of lines. Every event returns whether to go on.
-class EntryReader {
+class EntryReader final : public nlohmann::json_sax<nlohmann::json> {
  public:
-  std::optional<AuditEntry> take() && {
+  std::optional<AuditEntry> take() {
     constexpr unsigned kRequired =
         kSeq | kTimestamp | kAction | kActor | kDetails | kPreviousHash | kEntryHash;
     if ((seen_ & kRequired) != kRequired) return std::nullopt;
@@ -117,41 +117,41 @@ class EntryReader {
 
   // The names below are the parser's.
   // NOLINTBEGIN(readability-identifier-naming)
-  bool null() { return ignoring() || field_ == kSubject; }
-  bool boolean(bool) { return ignoring(); }
-  bool number_integer(std::int64_t value) { return number(value); }
-  bool number_unsigned(std::uint64_t value) {
+  bool null() override { return ignoring() || field_ == kSubject; }
+  bool boolean(bool) override { return ignoring(); }
+  bool number_integer(std::int64_t value) override { return number(value); }
+  bool number_unsigned(std::uint64_t value) override {
     if (value > std::uint64_t{std::numeric_limits<std::int64_t>::max()}) {
       return number_float(static_cast<double>(value), {});
     }
     return number(static_cast<std::int64_t>(value));
   }
-  bool number_float(double value, const std::string&) {
+  bool number_float(double value, const std::string&) override {
     if (field_ == kTimestamp && depth_ == 1) {
       entry_.timestamp.seconds = value;
       return true;
     }
     return ignoring();
   }
-  bool string(std::string& value);
-  bool binary(nlohmann::json::binary_t&) { return false; }
-  bool start_object(std::size_t) {
+  bool string(std::string& value) override;
+  bool binary(nlohmann::json::binary_t&) override { return false; }
+  bool start_object(std::size_t) override {
     const bool allowed = depth_ == 0 || ignoring() || (depth_ == 1 && field_ == kDetails);
     ++depth_;
     return allowed;
   }
-  bool end_object() {
+  bool end_object() override {
     --depth_;
     return true;
   }
-  bool start_array(std::size_t) {
+  bool start_array(std::size_t) override {
     const bool allowed = depth_ > 0 && ignoring();
     ++depth_;
     return allowed;
   }
-  bool end_array() { return end_object(); }
-  bool key(std::string& name);
-  bool parse_error(std::size_t, const std::string&, const nlohmann::json::exception&) {
+  bool end_array() override { return end_object(); }
+  bool key(std::string& name) override;
+  bool parse_error(std::size_t, const std::string&, const nlohmann::json::exception&) override {
     return false;
   }
   // NOLINTEND(readability-identifier-naming)
@@ -302,8 +302,8 @@ std::optional<AuditEntry> decodeAuditEntry(std::string_view line) {
   // The parser takes a NUL byte for the end of its input; disks leave runs of them after a crash.
   if (line.find('\0') != std::string_view::npos) return std::nullopt;
   EntryReader reader;
-  if (!nlohmann::json::sax_parse(line.begin(), line.end(), &reader)) return std::nullopt;
-  return std::move(reader).take();
+  if (!readJsonEvents(line, reader)) return std::nullopt;
+  return reader.take();
 }
 
 }  // namespace ambervane

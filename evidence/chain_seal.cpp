@@ -66,7 +66,7 @@ std::string encodeChainSeal(const ChainSeal& seal) {
 }
 
 std::optional<ChainSeal> decodeChainSeal(std::string_view bytes) {
-  const json object = json::parse(bytes, nullptr, false);
+  const json object = tryParseJson(bytes);
   if (!object.is_object()) return std::nullopt;
   const auto sealNumber = integer(object, "sealNumber");
   const auto createdAt = date(object, "createdAt");

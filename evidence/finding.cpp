@@ -260,6 +260,14 @@ LocalizedMessage Words::operator()(Finding::Fixed f) const {
 
 }  // namespace
 
+Finding::Finding(Value value) : value_(std::move(value)) {}
+Finding::Finding(const Finding& other) = default;
+Finding::Finding(Finding&& other) noexcept = default;
+Finding& Finding::operator=(const Finding& other) = default;
+Finding& Finding::operator=(Finding&& other) noexcept = default;
+Finding::~Finding() = default;
+bool Finding::operator==(const Finding& other) const = default;
+
 LocalizedMessage Finding::message(ReportLanguage language) const {
   return std::visit(Words{language}, value_);
 }

@@ -207,7 +207,13 @@ class Finding {
       SecondCopyRecorded, ProcedureRecorded, LastControl, ControlOverdue, CaptureScheduled,
       CaptureScheduledButStale, PublisherIdentified, PublisherAnonymous, Fixed, Verbatim>;
 
-  explicit Finding(Value value) : value_(std::move(value)) {}
+  explicit Finding(Value value);
+  // Compiled once: making, copying and comparing so many cases is much code in every file.
+  Finding(const Finding& other);
+  Finding(Finding&& other) noexcept;
+  Finding& operator=(const Finding& other);
+  Finding& operator=(Finding&& other) noexcept;
+  ~Finding();
   const Value& value() const noexcept { return value_; }
   /// Has every word a finding can say: an English format, with what is filled in as `language`
   /// has it.
@@ -218,7 +224,7 @@ class Finding {
   /// JSON: one object under the name of the case, such as {"chainIntact":{"entries":3}}. A value
   /// without a label has the key "_0"; one that is absent is left out.
   std::string json() const;
-  friend bool operator==(const Finding&, const Finding&) = default;
+  bool operator==(const Finding& other) const;
 
  private:
   Value value_;

@@ -162,8 +162,7 @@ struct Encode {
 
 std::string Finding::json() const {
   const std::string english = text();
-  return std::visit(Encode{english}, value_)
-      .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  return compactJson(std::visit(Encode{english}, value_));
 }
 
 }  // namespace ambervane

@@ -24,10 +24,6 @@ bool containsAnyIgnoringCase(std::string_view text, const Texts& entries) {
   });
 }
 
-std::string dump(const json& value) {
-  return value.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
 std::optional<Date> decodeDate(const json& object, const char* key) {
   const auto found = object.find(key);
   if (found == object.end() || found->is_null()) return std::nullopt;
@@ -113,7 +109,7 @@ bool HoldSubject::matches(const HoldCriteria& criteria) {
          (criteria.searchTerms.empty() || text_.containsAny(source_.text, criteria.searchTerms));
 }
 
-std::string holdCriteriaJson(const HoldCriteria& criteria) { return dump(encode(criteria)); }
+std::string holdCriteriaJson(const HoldCriteria& criteria) { return compactJson(encode(criteria)); }
 
 HoldCriteria holdCriteriaFromJson(std::string_view text) {
   return decodeJson(parseJson(text, kDocument), kDocument, decodeCriteria);
@@ -127,7 +123,7 @@ std::string legalHoldJson(const LegalHold& hold) {
                 {"createdAt", hold.createdAt.seconds},
                 {"criteria", encode(hold.criteria)}};
   if (hold.releasedAt) value["releasedAt"] = hold.releasedAt->seconds;
-  return dump(value);
+  return compactJson(value);
 }
 
 LegalHold legalHoldFromJson(std::string_view text) {

@@ -54,7 +54,7 @@ double SyncSchedule::staleAfter() const noexcept {
 }
 
 std::optional<SyncSchedule> SyncSchedule::fromJson(std::string_view text) {
-  const json object = json::parse(text, nullptr, false);
+  const json object = tryParseJson(text);
   if (!object.is_object()) return std::nullopt;
   SyncSchedule schedule;
   schedule.enabled = object.value("enabled", json()) == true;

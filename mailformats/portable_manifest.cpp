@@ -154,7 +154,7 @@ class ManifestReader final : public nlohmann::json_sax<nlohmann::json> {
 
 bool PortableManifest::read(BytesView json, const std::function<void(Entry&&)>& visit) {
   ManifestReader reader(visit);
-  return nlohmann::json::sax_parse(json, &reader) && reader.isComplete();
+  return readJsonEvents(json, reader) && reader.isComplete();
 }
 
 std::optional<PortableManifest> PortableManifest::decode(BytesView json) {

@@ -87,12 +87,8 @@ FilterNode filterNodeFromJson(const json& value, const std::string& document) {
 }
 
 json parseFilterDocument(std::string_view text, const std::string& document) {
-  try {
-    // The library parses and destroys nested values in loops.
-    return json::parse(text);
-  } catch (const json::exception& error) {
-    throw JsonError(document, jsonErrorDetail(error));
-  }
+  // The library parses and destroys nested values in loops.
+  return parseJson(text, document, kAnyJsonDepth);
 }
 
 }  // namespace ambervane

@@ -47,7 +47,7 @@ std::string smartFolderJson(const SmartFolder& folder) {
                 {"createdAt", iso8601(folder.createdAt)},
                 {"updatedAt", iso8601(folder.updatedAt)}};
   value["filter"] = toJson(folder.filter);
-  return value.dump(-1, ' ', false, json::error_handler_t::replace);
+  return compactJson(value);
 }
 
 SmartFolder smartFolderFromJson(std::string_view text) {

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <nlohmann/json.hpp>
 #include <system_error>
 #include <utility>
 
@@ -84,7 +83,7 @@ std::optional<ArchiveLock::Holder> ArchiveLock::readHolder(const fs::path& archi
   const std::optional<Bytes> text = readFileIfPossible(archive / kFileName);
   if (!text || text->empty()) return std::nullopt;
   try {
-    const nlohmann::json json = nlohmann::json::parse(*text);
+    const nlohmann::json json = tryParseJson(*text);
     const std::optional<Date> acquiredAt = parseIso8601(json.at("acquiredAt").get<std::string>());
     if (!acquiredAt) return std::nullopt;
     return Holder{json.at("processID").get<std::int32_t>(), json.at("hostName").get<std::string>(),

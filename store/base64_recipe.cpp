@@ -1,7 +1,6 @@
 #include "store/base64_recipe.h"
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "base/json.h"
@@ -113,11 +112,11 @@ std::string Base64Recipe::toJson() const {
                                {kLineLengthKey, lineLength},
                                {kTrailingNewlineKey, trailingNewline},
                                {kUsesCRLFKey, usesCRLF}};
-  return json.dump();
+  return compactJson(json);
 }
 
 std::optional<Base64Recipe> Base64Recipe::fromJson(std::string_view text) {
-  const nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
+  const nlohmann::json json = tryParseJson(text);
   if (!json.is_object()) return std::nullopt;
   const auto lineLength = json.find(kLineLengthKey);
   const auto usesCRLF = json.find(kUsesCRLFKey);

@@ -29,7 +29,7 @@ std::string tagRuleJson(const TagRule& rule) {
                 {"createdAt", iso8601(rule.createdAt)},
                 {"updatedAt", iso8601(rule.updatedAt)}};
   value["filter"] = toJson(rule.filter);
-  return value.dump(-1, ' ', false, json::error_handler_t::replace);
+  return compactJson(value);
 }
 
 TagRule tagRuleFromJson(std::string_view text) {

@@ -52,18 +52,17 @@ SyncScope SyncSettings::scope() const {
 }
 
 std::string SyncSettings::encode() const {
-  return nlohmann::json({{"host", host},
-                         {"port", port},
-                         {"useTLS", useTLS},
-                         {"username", username},
-                         {"includeFolders", includeFolders},
-                         {"excludeFolders", excludeFolders},
-                         {"exactFolders", exactFolders},
-                         {"sinceEnabled", sinceEnabled},
-                         {"since", encoded(since)},
-                         {"beforeEnabled", beforeEnabled},
-                         {"before", encoded(before)}})
-      .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  return compactJson({{"host", host},
+                      {"port", port},
+                      {"useTLS", useTLS},
+                      {"username", username},
+                      {"includeFolders", includeFolders},
+                      {"excludeFolders", excludeFolders},
+                      {"exactFolders", exactFolders},
+                      {"sinceEnabled", sinceEnabled},
+                      {"since", encoded(since)},
+                      {"beforeEnabled", beforeEnabled},
+                      {"before", encoded(before)}});
 }
 
 std::optional<SyncSettings> SyncSettings::decode(const std::string& text) {
