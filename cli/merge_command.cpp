@@ -21,10 +21,21 @@ std::string lastName(const fs::path& path) { return printable(path.filename().na
 
 std::string firstDigits(const std::string& head) { return head.substr(0, kHeadDigits) + "…"; }
 
-MergeProgress progressOn(ProgressLine& line) {
-  return [&line](std::int64_t done, std::int64_t total) {
-    if (line.isDue()) line.show(fmt::format("{}/{} messages", done, total));
-  };
+/// Runs `work` under a line that shows how far it is; says `broken` when it fails on its way.
+template <typename Work>
+auto runShown(Console& console, const std::string& broken, Work work) {
+  ProgressLine line(console);
+  bool hasBegun = false;
+  try {
+    return work([&](std::int64_t done, std::int64_t total) {
+      hasBegun = true;
+      if (line.isDue()) line.show(fmt::format("{}/{} messages", done, total));
+    });
+  } catch (const std::exception&) {
+    line.clear();
+    if (hasBegun) console.err << "Note: " << broken << "\n";
+    throw;
+  }
 }
 
 void list(const std::vector<std::string>& failures, Console& console) {
@@ -87,12 +98,14 @@ int mergeCommand(const Arguments& arguments, Console& console) {
               << std::flush;
   noteMissingDocumentHelper(*target, console);
   const InterruptGuard guard;
-  MergeOutcome outcome;
-  {
-    ProgressLine line(console);
-    outcome = mergeArchive(*target, *source, AuditJournal::defaultActor(), progressOn(line),
-                           InterruptGuard::interrupted);
-  }
+  const MergeOutcome outcome = runShown(
+      console,
+      "the merge was broken off. What was taken in before is in the archive; once the cause is "
+      "removed, run the same merge again for the rest.",
+      [&](const MergeProgress& progress) {
+        return mergeArchive(*target, *source, AuditJournal::defaultActor(), progress,
+                            InterruptGuard::interrupted);
+      });
   report(outcome, console.out);
   list(outcome.failures, console);
   if (outcome.cancelled) {
@@ -124,20 +137,19 @@ int convertCommand(const Arguments& arguments, Console& console) {
               << std::flush;
   noteMissingDocumentHelper(*source, console);
   const InterruptGuard guard;
-  ConversionOutcome outcome;
-  {
-    ProgressLine line(console);
-    outcome =
-        convertArchive(*source, destination, effort, arguments.option("name"),
-                       AuditJournal::defaultActor(), progressOn(line), InterruptGuard::interrupted);
-  }
+  const std::string completion =
+      "the new archive lacks mail. Take the rest in with ambervane merge " + lastName(destination) +
+      " " + lastName(original) + ", or remove it and convert again.";
+  const ConversionOutcome outcome = runShown(
+      console, "the conversion was broken off: " + completion, [&](const MergeProgress& progress) {
+        return convertArchive(*source, destination, effort, arguments.option("name"),
+                              AuditJournal::defaultActor(), progress, InterruptGuard::interrupted);
+      });
   source->close();
   report(outcome, diskUsage(original).total(), diskUsage(destination).total(), console.out);
   list(outcome.failures, console);
   if (outcome.cancelled) {
-    console.err << "Interrupted: the new archive lacks mail. Take the rest in with ambervane merge "
-                << lastName(destination) << " " << lastName(original)
-                << ", or remove it and convert again.\n";
+    console.err << "Interrupted: " << completion << "\n";
   }
   return statusOf(outcome.cancelled, outcome.failed);
 }

@@ -8,6 +8,9 @@
 namespace ambervane {
 namespace {
 
+/// Mapped packs count as memory: they are let go each time so much mail has been read.
+constexpr std::size_t kForgetBytes = 33554432;
+
 SourceMessage sourceMessage(const MessageRow& row, const TravellingMessage& travelling) {
   SourceMessage message;
   message.internalDate = row.internalAt;
@@ -31,6 +34,7 @@ std::optional<std::int64_t> TravellingMail::estimatedCount() const {
 
 void TravellingMail::forEachMessage(const Body& body, const Unreadable& unreadable) {
   SQLiteDatabase& db = source_.catalog().database();
+  std::size_t sinceForgotten = 0;
   db.forEachRow("SELECT * FROM message WHERE erased = 0 ORDER BY id", {}, [&](const Row& columns) {
     const MessageRow row(columns);
     TravellingMessage travelling;
@@ -46,6 +50,11 @@ void TravellingMail::forEachMessage(const Body& body, const Unreadable& unreadab
       return true;
     }
     put(std::move(travelling));
+    sinceForgotten += message.raw.size();
+    if (sinceForgotten >= kForgetBytes) {
+      source_.packs().invalidateCache();
+      sinceForgotten = 0;
+    }
     return body(std::move(message));
   });
 }
