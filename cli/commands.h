@@ -66,6 +66,8 @@ int reclassifyCommand(const Arguments& arguments, Console& console);
 int hold(const Arguments& arguments, Console& console);
 int erase(const Arguments& arguments, Console& console);
 int request(const Arguments& arguments, Console& console);
+int mergeCommand(const Arguments& arguments, Console& console);
+int convertCommand(const Arguments& arguments, Console& console);
 
 // What commands share.
 

@@ -1,7 +1,5 @@
 #include "compliance/holds.h"
 
-#include <map>
-
 #include "store/catalog_holds.h"
 #include "store/recorded_change.h"
 
@@ -26,15 +24,8 @@ HoldCoverage placeHold(MailArchive& archive, const LegalHold& hold) {
   RecordedChange change(archive);
   CatalogHolds(archive.catalog()).save(hold);
   const HoldCoverage coverage = reapplyHold(archive, hold);
-  std::map<std::string, std::string> details = {{"name", hold.name},
-                                                {"custodian", hold.custodian},
-                                                {"reason", hold.reason},
-                                                {"messages", std::to_string(coverage.messages)}};
-  if (const std::string summary = hold.criteria.summary(); !summary.empty()) {
-    details["criteria"] = summary;
-    // In the journal alone it survives the catalog, which can be lost.
-    details["definition"] = holdCriteriaJson(hold.criteria);
-  }
+  auto details = holdDetails(hold);
+  details["messages"] = std::to_string(coverage.messages);
   if (coverage.unreadable > 0) details["unreadable"] = std::to_string(coverage.unreadable);
   archive.journal().append(AuditAction::legalHoldPlaced, hold.id, details);
   change.finish();

@@ -153,10 +153,11 @@ void JournalRecord::takeLost(const AuditEntry& entry) {
   if (first && unnamed > 0) crashes_.push_back({entry.seq, *first, unnamed});
 }
 
-/// "entries 12 to 40 belong to a batch that was not kept; ..." of an import, "entries 12 to 12 tell
+/// "entries 12 to 40 belong to a batch that was not kept; ..." of a run, "entries 12 to 12 tell
 /// of a change that was not kept" of the catalog.
 void JournalRecord::takeBroken(const AuditEntry& entry) {
-  if (entry.subject != "import" && entry.subject != "catalog") return;
+  constexpr std::array<std::string_view, 4> kSubjects = {"import", "sync", "merge", "catalog"};
+  if (std::ranges::find(kSubjects, subjectOf(entry)) == kSubjects.end()) return;
   const auto words = splitOmittingEmpty(detail(entry, "note"), " ");
   if (words.size() < 5 || words[0] != "entries" || words[2] != "to") return;
   if (words[4] != "belong" && words[4] != "tell") return;

@@ -60,6 +60,10 @@ class CatalogAnnotations {
   std::optional<MessageNote> note(std::int64_t id);
   std::int64_t addNote(std::int64_t messageID, const std::string& body, const std::string& author,
                        Date now);
+  /// Puts a note in with its own dates; its `id` is not looked at.
+  std::int64_t insertNote(const MessageNote& note);
+  /// Whether its message has a note of this author, time of writing and text.
+  bool hasNote(const MessageNote& note);
   void updateNote(std::int64_t id, const std::string& body, Date now);
   void deleteNote(std::int64_t id);
 

@@ -107,10 +107,23 @@ std::optional<MessageNote> CatalogAnnotations::note(std::int64_t id) {
 
 std::int64_t CatalogAnnotations::addNote(std::int64_t messageID, const std::string& body,
                                          const std::string& author, Date now) {
+  return insertNote({0, messageID, body, author, now, now});
+}
+
+std::int64_t CatalogAnnotations::insertNote(const MessageNote& note) {
   return db_.insert(
       "INSERT INTO message_note(message_id, body, author, created_at, updated_at) VALUES(?, ?, ?, "
       "?, ?)",
-      {messageID, body, author, now, now});
+      {note.messageID, note.body, note.author, note.createdAt, note.updatedAt});
+}
+
+bool CatalogAnnotations::hasNote(const MessageNote& note) {
+  return db_
+      .scalar(
+          "SELECT 1 FROM message_note WHERE message_id = ? AND author = ? AND created_at = ? AND "
+          "body = ?",
+          {note.messageID, note.author, note.createdAt, note.body})
+      .has_value();
 }
 
 void CatalogAnnotations::updateNote(std::int64_t id, const std::string& body, Date now) {

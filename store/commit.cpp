@@ -60,6 +60,22 @@ class Commit {
     return store();
   }
 
+  void file(std::int64_t id) {
+    const std::string flags = flagText(message_.source.flags);
+    if (catalog_.linkMessage(id, mailbox_.folderID, uid(), flags, message_.envelope.sentAt)) {
+      const auto row = catalog_.message(id);
+      if (row) {
+        noteFurtherMailbox(*row);
+        if (message_.isKnown || row->erased) {
+          applyMatchingHolds(archive_, *row);
+        } else {
+          // What it says is at hand, and need not be read from a pack or a block.
+          applyMatchingHolds(archive_, id, message_, mailbox_.path);
+        }
+      }
+    }
+  }
+
  private:
   std::optional<std::int64_t> uid() const {
     if (!mailbox_.takesUIDs) return std::nullopt;
@@ -67,14 +83,7 @@ class Commit {
   }
 
   void fileDuplicate(std::int64_t id) {
-    const std::string flags = flagText(message_.source.flags);
-    if (catalog_.linkMessage(id, mailbox_.folderID, uid(), flags, message_.envelope.sentAt)) {
-      const auto row = catalog_.message(id);
-      if (row) {
-        noteFurtherMailbox(*row);
-        applyMatchingHolds(archive_, *row);
-      }
-    }
+    file(id);
     archive_.journal().append(AuditAction::messageDuplicate, message_.hash,
                               {{"folder_id", std::to_string(mailbox_.folderID)}});
   }
@@ -307,6 +316,11 @@ IngestOutcome commit(MailArchive& archive, const PreparedMessage& message,
   archive.catalog().atomically(
       [&] { outcome = Commit(archive, message, mailbox, retentionClass).run(); });
   return outcome;
+}
+
+void fileInMailbox(MailArchive& archive, const PreparedMessage& message, std::int64_t messageID,
+                   const MailboxRef& mailbox) {
+  Commit(archive, message, mailbox, std::nullopt).file(messageID);
 }
 
 PrepareSettings prepareSettings(MailArchive& archive) {

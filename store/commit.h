@@ -37,6 +37,11 @@ IngestOutcome commit(MailArchive& archive, const PreparedMessage& message,
                      const MailboxRef& mailbox,
                      const std::optional<RetentionClass>& retentionClass);
 
+/// Files a message that the archive has in one more mailbox; the journal does not speak of it. As
+/// for `commit` inside a batch; throws as it does.
+void fileInMailbox(MailArchive& archive, const PreparedMessage& message, std::int64_t messageID,
+                   const MailboxRef& mailbox);
+
 /// Prepares and commits one message and makes it durable, for a caller with a loop of its own.
 IngestOutcome ingest(MailArchive& archive, SourceMessage source, const MailboxRef& mailbox,
                      const std::optional<RetentionClass>& retentionClass = std::nullopt);

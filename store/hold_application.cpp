@@ -144,4 +144,14 @@ HoldCoverage reapplyHold(MailArchive& archive, const LegalHold& hold) {
   return coverage;
 }
 
+std::map<std::string, std::string> holdDetails(const LegalHold& hold) {
+  std::map<std::string, std::string> details = {
+      {"name", hold.name}, {"custodian", hold.custodian}, {"reason", hold.reason}};
+  if (const std::string summary = hold.criteria.summary(); !summary.empty()) {
+    details["criteria"] = summary;
+    details["definition"] = holdCriteriaJson(hold.criteria);
+  }
+  return details;
+}
+
 }  // namespace ambervane

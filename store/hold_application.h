@@ -2,6 +2,7 @@
 #define AMBERVANE_STORE_HOLD_APPLICATION_H_
 
 #include <cstdint>
+#include <map>
 #include <string>
 
 #include "evidence/hold.h"
@@ -27,6 +28,10 @@ struct HoldCoverage {
 /// Puts every message in the archive that belongs to a hold, and is not erased, under it. Reads the
 /// messages themselves where the catalog cannot tell.
 HoldCoverage reapplyHold(MailArchive& archive, const LegalHold& hold);
+
+/// What the journal says of a hold that is put into the catalog. A catalog can be lost: what the
+/// hold covers must be found in the journal as well.
+std::map<std::string, std::string> holdDetails(const LegalHold& hold);
 
 }  // namespace ambervane
 

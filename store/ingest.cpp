@@ -16,8 +16,6 @@ namespace {
 
 constexpr std::size_t kMaximumListedFailures = 50;
 constexpr std::size_t kMaximumListedNotMail = 20;
-/// Messages under one flush.
-constexpr std::size_t kMaximumGroup = 256;
 constexpr std::uint64_t kRoomReserve = 67108864;
 
 /// The committing side of a run.
@@ -40,28 +38,10 @@ class IngestRun {
     takesUIDs_ = options.accountKind == kImapAccountKind || account->kind != kImapAccountKind;
   }
 
-  /// Commits `first` and, under the same flush, the batches behind it that are ready by then: a
-  /// slow disk so delays a group of batches once and not each of them.
   void commitGroup(IngestPipeline::Batch first, IngestPipeline& pipeline) {
-    std::size_t at = 0;
-    std::size_t taken = 0;
-    const auto hasAnother = [&] {
-      while (at == first.items.size()) {
-        // What is prepared after training is smaller, so the group ends when training is due.
-        if (taken >= kMaximumGroup || archive_.dictionaries().isTrainingDue()) return false;
-        if (!pipeline.hasPrepared()) return false;
-        first = *pipeline.next();
-        at = 0;
-      }
-      return true;
-    };
     try {
-      commitInBatch(archive_, "import", [&] {
-        if (!hasAnother()) return false;
-        commitItem(*first.items[at++]);
-        ++taken;
-        return true;
-      });
+      commitReady(archive_, "import", std::move(first), pipeline,
+                  [this](const IngestPipeline::Item& item) { commitItem(item); });
     } catch (const std::exception& error) {
       noteBrokenOff(error.what());
       throw;
@@ -181,8 +161,9 @@ class IngestRun {
 };
 
 /// `bytes` are to come; a reserve is asked for besides.
-void requireRoom(const MailArchive& archive, std::uint64_t bytes, const std::string& label) {
-  const auto available = freeBytes(archive.url());
+void requireRoom(const std::filesystem::path& folder, std::uint64_t bytes,
+                 const std::string& label) {
+  const auto available = freeBytes(folder);
   if (!available) return;
   const std::uint64_t needed = bytes + kRoomReserve;
   if (*available >= needed) return;
@@ -221,11 +202,16 @@ IngestSummary ingestAll(MailArchive& archive, MessageImporter& importer,
 
 void requireRoomToAdd(const MailArchive& archive, const std::filesystem::path& source,
                       const std::string& label) {
-  requireRoom(archive, static_cast<std::uint64_t>(sizeOnDisk(source)), label);
+  requireRoomAt(archive.url(), source, label);
+}
+
+void requireRoomAt(const std::filesystem::path& folder, const std::filesystem::path& source,
+                   const std::string& label) {
+  requireRoom(folder, static_cast<std::uint64_t>(sizeOnDisk(source)), label);
 }
 
 void requireRoomToAdd(const MailArchive& archive, const std::string& label) {
-  requireRoom(archive, 0, label);
+  requireRoom(archive.url(), 0, label);
 }
 
 }  // namespace ambervane

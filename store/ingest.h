@@ -55,6 +55,9 @@ IngestSummary ingestAll(MailArchive& archive, MessageImporter& importer,
 /// file or a folder) takes plus a reserve. `label` says what was about to be done.
 void requireRoomToAdd(const MailArchive& archive, const std::filesystem::path& source,
                       const std::string& label);
+/// The same for an archive that is to be made in `folder`.
+void requireRoomAt(const std::filesystem::path& folder, const std::filesystem::path& source,
+                   const std::string& label);
 /// The same where nobody knows beforehand how much will come: the reserve must be there.
 void requireRoomToAdd(const MailArchive& archive, const std::string& label);
 

@@ -6,6 +6,9 @@
 namespace ambervane {
 namespace {
 
+/// Messages under one flush.
+constexpr std::size_t kMaximumGroup = 256;
+
 /// The journal cannot take back what it says of a batch that was rolled back; it says so instead.
 void recordBrokenBatch(MailArchive& archive, const std::string& subject, std::int64_t entriesBefore,
                        const std::string& error) noexcept {
@@ -46,6 +49,29 @@ void commitInBatch(MailArchive& archive, const std::string& subject,
     recordBrokenBatch(archive, subject, entriesBefore, error.what());
     throw;
   }
+}
+
+void commitReady(MailArchive& archive, const std::string& subject, IngestPipeline::Batch first,
+                 IngestPipeline& pipeline,
+                 const std::function<void(IngestPipeline::Item&)>& commitItem) {
+  std::size_t at = 0;
+  std::size_t taken = 0;
+  const auto hasAnother = [&] {
+    while (at == first.items.size()) {
+      // What is prepared after training is smaller, so the group ends when training is due.
+      if (taken >= kMaximumGroup || archive.dictionaries().isTrainingDue()) return false;
+      if (!pipeline.hasPrepared()) return false;
+      first = *pipeline.next();
+      at = 0;
+    }
+    return true;
+  };
+  commitInBatch(archive, subject, [&] {
+    if (!hasAnother()) return false;
+    commitItem(*first.items[at++]);
+    ++taken;
+    return true;
+  });
 }
 
 }  // namespace ambervane

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "store/ingest_pipeline.h"
 #include "store/mail_archive.h"
 
 namespace ambervane {
@@ -71,6 +72,12 @@ class IngestBatch {
 void commitInBatch(MailArchive& archive, const std::string& subject,
                    const std::function<bool()>& commitNext,
                    const std::function<void()>& kept = nullptr);
+
+/// Commits `first` and, under the same flush, the batches behind it that are ready by then: a slow
+/// disk so delays a group of batches once and not each of them. Throws as `commitInBatch`.
+void commitReady(MailArchive& archive, const std::string& subject, IngestPipeline::Batch first,
+                 IngestPipeline& pipeline,
+                 const std::function<void(IngestPipeline::Item&)>& commitItem);
 
 }  // namespace ambervane
 

@@ -17,6 +17,18 @@ std::string detail(const AuditEntry& entry, const std::string& key, std::string 
   return found == entry.details.end() ? std::move(otherwise) : found->second;
 }
 
+/// A note that came with other mail was written before its entry was.
+Date date(const AuditEntry& entry, const std::string& key) {
+  const std::string text = detail(entry, key);
+  if (text.empty()) return entry.timestamp;
+  try {
+    return Date{decodeJson(parseJson(text, key), key,
+                           [](const auto& v) { return v.template get<double>(); })};
+  } catch (const JsonError&) {
+    return entry.timestamp;
+  }
+}
+
 bool isPolicyChange(const AuditEntry& entry, std::string_view subject, std::string_view action) {
   return entry.action == AuditAction::policyChanged && entry.subject == subject &&
          detail(entry, "action") == action;
@@ -100,8 +112,9 @@ class NoteReplay {
     const auto message = catalog_.messageID(entry.subject.value_or(""));
     if (!message) return;
     if (isAdded) {
-      annotations_.addNote(*message, detail(entry, "note"), detail(entry, "author", "unknown"),
-                           entry.timestamp);
+      annotations_.insertNote({0, *message, detail(entry, "note"),
+                               detail(entry, "author", "unknown"), date(entry, "created_at"),
+                               date(entry, "updated_at")});
       return;
     }
     // The journal knows a note by its message and its text.

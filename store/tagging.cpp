@@ -56,13 +56,7 @@ ArchiveTag tagMessages(MailArchive& archive, std::string_view name, const std::s
   ArchiveTag tag = annotations.tag(wanted).value();
   bool isRecorded = false;
   for (const std::int64_t id : messageIDs) {
-    const auto digest = archive.catalog().messageDigest(id);
-    if (!digest || !annotations.linkTag(id, tag.id, archive.now(), by)) continue;
-    archive.journal().append(
-        AuditAction::tagApplied, *digest,
-        {{"tag", tag.name}, {"colour", colour}, {"message_id", std::to_string(id)}, {"by", by}},
-        by);
-    isRecorded = true;
+    isRecorded = tagMessage(archive, tag, id, by) || isRecorded;
   }
   if (before && before->colour != colour && !isRecorded) {
     // A new colour alone must survive a rebuild too.
@@ -96,6 +90,20 @@ ArchiveTag applyTag(MailArchive& archive, std::string_view name, const std::stri
   tag.messageCount = CatalogAnnotations(archive.catalog()).taggedMessages(tag.id);
   change.finish();
   return tag;
+}
+
+bool tagMessage(MailArchive& archive, const ArchiveTag& tag, std::int64_t messageID,
+                const std::string& by) {
+  const auto digest = archive.catalog().messageDigest(messageID);
+  CatalogAnnotations annotations(archive.catalog());
+  if (!digest || !annotations.linkTag(messageID, tag.id, archive.now(), by)) return false;
+  archive.journal().append(AuditAction::tagApplied, *digest,
+                           {{"tag", tag.name},
+                            {"colour", tag.colour},
+                            {"message_id", std::to_string(messageID)},
+                            {"by", by}},
+                           by);
+  return true;
 }
 
 std::int64_t removeTag(MailArchive& archive, const ArchiveTag& tag,

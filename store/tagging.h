@@ -33,6 +33,11 @@ std::string requiredTagName(std::string_view name);
 ArchiveTag applyTag(MailArchive& archive, std::string_view name, const std::string& colour,
                     const std::vector<std::int64_t>& messageIDs, const std::string& by);
 
+/// Puts a tag that is there on one message and journals that, inside an open batch. False when the
+/// message carries it already or is not there.
+bool tagMessage(MailArchive& archive, const ArchiveTag& tag, std::int64_t messageID,
+                const std::string& by);
+
 /// Takes a tag off messages; returns how many carried it. Throws as `applyTag`.
 std::int64_t removeTag(MailArchive& archive, const ArchiveTag& tag,
                        const std::vector<std::int64_t>& messageIDs, const std::string& by);
