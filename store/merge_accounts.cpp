@@ -73,7 +73,7 @@ std::string MergeAccounts::uniqueAccountName(const std::string& sourceName) cons
 }
 
 std::string MergeAccounts::record() const {
-  return nlohmann::json(names_).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  return compactJson(names_);
 }
 
 std::map<std::int64_t, MailboxRef> MergeAccounts::make() {
