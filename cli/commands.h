@@ -66,6 +66,7 @@ int reclassifyCommand(const Arguments& arguments, Console& console);
 int hold(const Arguments& arguments, Console& console);
 int erase(const Arguments& arguments, Console& console);
 int request(const Arguments& arguments, Console& console);
+int rebuildCatalogCommand(const Arguments& arguments, Console& console);
 
 // What commands share.
 
