@@ -32,10 +32,7 @@ void restoreContent(RebuildRun& run, const std::vector<std::int64_t>& packs) {
   MailArchive& archive = run.archive();
   RebuildProgress& progress = run.progress();
   archive.catalog().atomically([&] {
-    for (const std::int64_t pack : packs) {
-      restoreBlobs(run, pack);
-      archive.packs().invalidateCache();
-    }
+    for (const std::int64_t pack : packs) restoreBlobs(run, pack);
   });
   UnprovedMessages unproved;
   archive.catalog().beginBatch();

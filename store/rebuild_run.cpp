@@ -8,6 +8,8 @@ namespace {
 constexpr std::size_t kMostProblems = 20;
 /// Messages in one transaction.
 constexpr std::size_t kMessagesPerCommit = 1000;
+/// What of the packs is read before their memory is let go.
+constexpr std::size_t kMostBytesMapped = 33554432;
 constexpr const char* kRecoveredKind = "recovered";
 
 }  // namespace
@@ -52,6 +54,9 @@ bool RebuildRun::store(RebuiltMessage& message, const std::string& ofClass) {
   if (!known && ofClass.empty() && arrival != nullptr) {
     known = policy.retentionClass(arrivals_.text(arrival->ofClass));
   }
+  if (!known && ofClass.empty()) {
+    known = policy.classify(insert.participants, "", insert.subject, !attachments.empty());
+  }
   const RetentionClass retention = known.value_or(policy.defaultClass);
   const Date ingestedAt = arrival != nullptr ? Date{arrival->seconds} : archive_.now();
   const Date dated = insert.sentAt.value_or(insert.internalAt.value_or(ingestedAt));
@@ -75,6 +80,7 @@ bool RebuildRun::store(RebuiltMessage& message, const std::string& ofClass) {
                                *message.place.member, message.storedSize, message.flags.bits,
                                message.dictionaryID);
   }
+  noteRead(prepared.size);
   ++progress_.messages;
   ++uncommitted_;
   return true;
@@ -128,8 +134,14 @@ void RebuildRun::commitNowAndThen() {
   uncommitted_ = 0;
   catalog_.commitBatch();
   catalog_.beginBatch();
-  archive_.packs().invalidateCache();  // what was read need not stay in memory
   report();
+}
+
+void RebuildRun::noteRead(std::size_t bytes) {
+  bytesRead_ += bytes;
+  if (bytesRead_ < kMostBytesMapped) return;
+  bytesRead_ = 0;
+  archive_.packs().invalidateCache();
 }
 
 }  // namespace ambervane

@@ -64,6 +64,8 @@ class RebuildRun {
             std::optional<std::int64_t> uid, const std::string& flags);
   /// Commits what has been written when there is enough of it.
   void commitNowAndThen();
+  /// Counts what is read of packs, and now and then lets go of the memory it takes up.
+  void noteRead(std::size_t bytes);
 
  private:
   std::vector<StoredAttachment> attachmentsOf(const PreparedMessage& message);
@@ -79,6 +81,7 @@ class RebuildRun {
   std::map<std::string, std::int64_t> accounts_;
   std::map<std::pair<std::int64_t, std::string>, std::int64_t> folders_;
   std::size_t uncommitted_ = 0;
+  std::size_t bytesRead_ = 0;  ///< since memory was let go
 };
 
 }  // namespace ambervane

@@ -198,6 +198,7 @@ void restoreBlobs(RebuildRun& run, std::int64_t packID) {
       location.packID = packID;
       location.offset = line->offset;
       const BlobRow row = blobRow(*line, packID, archive.packs().read(location));
+      run.noteRead(static_cast<std::size_t>(row.storedSize));
       const auto known = catalog.blob(row.hash);
       if (!known) {
         catalog.insertBlob(row);

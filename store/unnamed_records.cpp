@@ -21,6 +21,9 @@ namespace {
 /// Keys tried on encrypted records of unknown messages. As a rule the first one tried opens it.
 constexpr std::int64_t kMostKeysTried = 1'000'000;
 
+/// Pages already walked are given back in steps of this many bytes.
+constexpr std::size_t kForgetBytes = std::size_t{16} << 20;
+
 /// A message that the journal knows and the catalog does not, which a record may be.
 struct Sought {
   std::int64_t id = 0;
@@ -49,9 +52,11 @@ class UnnamedRestorer {
       return;
     }
     const auto known = provedRecords(packID);
+    std::size_t forgotten = 0;
     scanPack(
         file->bytes(),
-        [&known](std::size_t offset) {
+        [&](std::size_t offset) {
+          if (offset - forgotten >= kForgetBytes) file->forgetBefore(forgotten = offset);
           return known.contains(static_cast<std::int64_t>(offset));
         },
         [&](const ScannedRecord& record) {

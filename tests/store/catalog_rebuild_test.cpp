@@ -63,8 +63,9 @@ std::vector<std::string> contentOf(MailArchive& archive) {
            "a.blob_id WHERE m.erased = 0 ORDER BY 1",
            "SELECT message_id || '|' || name || '|' || value FROM message_header ORDER BY 1",
            "SELECT rowid FROM message_fts WHERE message_fts MATCH 'unterwegs'",
-           "SELECT h.id || h.payload || '|' || (SELECT group_concat(message_id) FROM message_hold "
-           "WHERE hold_id = h.id) FROM hold h",
+           "SELECT h.id || h.payload || '|' || COALESCE((SELECT group_concat(mh.message_id) FROM "
+           "message_hold mh JOIN message m ON m.id = mh.message_id WHERE mh.hold_id = h.id AND "
+           "m.erased = 0), '') FROM hold h ORDER BY h.id",
            "SELECT mt.message_id || t.name || t.colour || mt.added_by || mt.added_at FROM "
            "message_tag mt JOIN tag t ON t.id = mt.tag_id ORDER BY 1",
            "SELECT message_id || body || author || created_at FROM message_note ORDER BY 1",
@@ -113,16 +114,24 @@ void annotate(MailArchive& archive) {
   annotations.addNote(2, "Bitte prüfen", "bert", kTestTime);
   archive.journal().append(AuditAction::noteAdded, second,
                            {{"note", "Bitte prüfen"}, {"author", "bert"}});
-  const SmartFolder folder{.id = "s1", .name = "Viele", .filter = {}};
+  SmartFolder folder;
+  folder.id = "s1";
+  folder.name = "Viele";
   annotations.saveSmartFolder(folder);
   archive.journal().append(AuditAction::smartFolderSaved, folder.id,
                            {{"definition", smartFolderJson(folder)}});
-  const TagRule rule{.id = "r1", .name = "R", .filter = {}, .tag = "t", .colour = "red"};
+  TagRule rule;
+  rule.id = "r1";
+  rule.name = "R";
+  rule.tag = "t";
   annotations.saveTagRule(rule);
   archive.journal().append(AuditAction::policyChanged, "tag-rule",
                            {{"action", "saved"}, {"definition", tagRuleJson(rule)}});
   for (const char* id : {"h1", "h2"}) {
-    LegalHold hold{.id = id, .name = "Fall", .reason = "Streit", .custodian = "Zoë"};
+    LegalHold hold;
+    hold.id = id;
+    hold.name = "Fall";
+    hold.reason = "Streit";
     hold.createdAt = kTestTime;
     hold.criteria.searchTerms = {"terwegs"};
     CatalogHolds(archive.catalog()).save(hold);
@@ -256,14 +265,14 @@ TEST(CatalogRebuild, sidecarLinesAreTriedUntilOneProves) {
     const char* name;
     bool isBefore;
     const char* line;  ///< $ stands for the digest of the first message, # for the hash of the blob
-    std::int64_t messages, blobs;
+    std::size_t mailboxes;  ///< of the first message
   } kCases[] = {
-      {"wrongMessageFirst", true, "m\t18\t$\tA\tanna\t\t\t\tbusiness\t\n", 3, 1},
-      {"wrongMessageLast", false, "m\t18\t$\tA\tanna\t\t\t\tbusiness\t\n", 3, 1},
-      {"otherRecord", true, "b\t16\t#\t\t12\t\n", 3, 1},
-      {"otherRecordLast", false, "b\t16\t#\t\t12\t\n", 3, 1},
-      {"cutLine", false, "m\t16\t$\tA", 3, 1},
-      {"furtherMailbox", false, "m\t16\t$\tB\tanna\t\t\t\tbusiness", 3, 1},
+      {"wrongMessageFirst", true, "m\t18\t$\tA\tanna\t\t\t\tbusiness\t\n", 2},
+      {"wrongMessageLast", false, "m\t18\t$\tA\tanna\t\t\t\tbusiness\t\n", 2},
+      {"otherRecordFirst", true, "b\t16\t#\t\t12\t\n", 1},
+      {"otherRecordLast", false, "b\t16\t#\t\t12\t\n", 1},
+      {"cutLine", false, "m\t16\t$\tA", 1},
+      {"furtherMailbox", false, "m\t16\t$\tB\tanna\t\t\t\tbusiness", 2},
   };
   TestArchive original;
   original.ingest({plainMail(1), plainMail(2), mailWithFiles(3, {{"a", noise(9000)}})});
@@ -280,13 +289,11 @@ TEST(CatalogRebuild, sidecarLinesAreTriedUntilOneProves) {
     const Bytes lines = readFile(sidecar);
     writeFileAtomically(sidecar, c.isBefore ? line + lines : lines + line);
     const RebuildProgress result = rebuild(archive);
-    EXPECT_EQ(result.messages, c.messages);
-    EXPECT_EQ(result.blobs, c.blobs);
+    EXPECT_EQ(result.messages, 3);
+    EXPECT_EQ(result.blobs, 1);
     EXPECT_EQ(result.skipped, 0);
     expectAllReadable(*archive);
-    const bool isFiled = std::string(c.name) == "furtherMailbox";
-    EXPECT_EQ(archive->catalog().memberships(1).size(), isFiled ? 2U : c.line[0] == 'm' &&
-              std::string(c.name) != "cutLine" ? 2U : 1U);
+    EXPECT_EQ(archive->catalog().memberships(1).size(), c.mailboxes);
   }
 }
 
