@@ -146,7 +146,9 @@ TEST(LostMessages, aBatchIsKeptThoughItsSealFails) {
                FileError);
   disk.reset();
   EXPECT_TRUE(archive->catalog().messageID(arriving.prepared.hash));
-  EXPECT_THAT(archive.entries(AuditAction::integrityFailed), IsEmpty());
+  for (const AuditEntry& entry : archive.entries(AuditAction::integrityFailed)) {
+    EXPECT_NE(entry.subject, "import") << "the batch is said to be lost";
+  }
 }
 
 }  // namespace
