@@ -9,8 +9,8 @@ namespace ambervane {
 int rebuildCatalogCommand(const Arguments& arguments, Console& console) {
   const auto archive = openArchive(arguments, console, OpenMode::rebuild);
   const std::string keptAs = nameOfCatalogSetAside(*archive);
-  console.out << "Rebuilding the catalog from the pack files. The old database is kept as " << keptAs
-              << ".\n"
+  console.out << "Rebuilding the catalog from the pack files. The old database is kept as "
+              << keptAs << ".\n"
               << std::flush;
   noteMissingDocumentHelper(*archive, console);
   RebuildProgress result;

@@ -94,8 +94,8 @@ RebuildProgress rebuildCatalog(MailArchive& archive, const std::string& keptAs,
   RebuildRun run(archive, arrivals, report);
   RebuildProgress& progress = run.progress();
   progress.packsTotal = static_cast<std::int64_t>(packs.size());
-  progress.note = std::to_string(archive.dictionaries().restoreProgress()) +
-                  " dictionaries restored";
+  progress.note =
+      std::to_string(archive.dictionaries().restoreProgress()) + " dictionaries restored";
   catalog.setMessageIDFloor(highestNumber(archive, arrivals));
   restoreContent(run, packs);
   try {

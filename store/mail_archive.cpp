@@ -235,8 +235,9 @@ void MailArchive::prepareForWriting() {
   createFolders(url_ / "export");
   dictionaries_->prepareForWriting();
   if (const std::int64_t lost = nameLostMessages(*this); lost > 0) {
-    notices_.push_back("Messages that were being stored when the program was ended were not kept: " +
-                       std::to_string(lost) + ". Import the same source again.");
+    notices_.push_back(
+        "Messages that were being stored when the program was ended were not kept: " +
+        std::to_string(lost) + ". Import the same source again.");
   }
   settleCurrentPack();
   try {

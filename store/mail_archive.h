@@ -54,9 +54,10 @@ class MailArchive {
                                              ArchiveEnvironment environment = {});
 
   /// Opens an archive; a writable opening falls back to reading where the medium or a newer format
-  /// demands it (one for a rebuild throws ArchiveError, ReadOnly, instead), repairs what a crash left, and takes the write lock. A read-only one writes
-  /// nothing but the journal entries of what is done. Throws ArchiveError, JsonError, SQLiteError,
-  /// FileError; what was acquired is released.
+  /// demands it (one for a rebuild throws ArchiveError, ReadOnly, instead), repairs what a crash
+  /// left, and takes the write lock. A read-only one writes nothing but the journal entries of what
+  /// is done. Throws ArchiveError, JsonError, SQLiteError, FileError; what was acquired is
+  /// released.
   MailArchive(std::filesystem::path url, OpenMode mode, ArchiveEnvironment environment = {});
   ~MailArchive();
   MailArchive(const MailArchive&) = delete;
@@ -119,10 +120,10 @@ class MailArchive {
   /// write-protected was decided when the archive was made: those two settings stay as they are.
   /// Throws ArchiveError (ReadOnly), FileError.
   void replacePolicy(const RetentionPolicy& policy);
-  /// Puts an empty catalog in place of the one in use, in a file of its own, until `installCatalog`.
-  /// What is killed or fails between the two leaves the archive's catalog file as it was. Packs and
-  /// dictionaries that are there are entered; the last of each is the current one. Not inside a
-  /// batch. Throws FileError, SQLiteError.
+  /// Puts an empty catalog in place of the one in use, in a file of its own, until
+  /// `installCatalog`. What is killed or fails between the two leaves the archive's catalog file as
+  /// it was. Packs and dictionaries that are there are entered; the last of each is the current
+  /// one. Not inside a batch. Throws FileError, SQLiteError.
   void startCatalogAnew();
   /// Makes the catalog begun with `startCatalogAnew` the archive's; the one before is kept beside
   /// it as `keptAs` with its companions "-wal" and "-shm". The archive goes on with the new one.

@@ -98,11 +98,12 @@ Bytes decodedRecordPayload(MailArchive& archive, const MessageRow& row,
     return archive.solidReader().member(archive, static_cast<std::size_t>(*row.blockMember),
                                         location);
   }
-  return decodedPayload(archive, location, "for message " + std::to_string(row.id), row.sha256, [&] {
-    auto key = archive.keys().key(row.id);
-    if (!key) throw ArchiveError(ArchiveError::Erased{row.id});
-    return *std::move(key);
-  });
+  return decodedPayload(archive, location, "for message " + std::to_string(row.id), row.sha256,
+                        [&] {
+                          auto key = archive.keys().key(row.id);
+                          if (!key) throw ArchiveError(ArchiveError::Erased{row.id});
+                          return *std::move(key);
+                        });
 }
 
 Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expectedEncodedLength) {

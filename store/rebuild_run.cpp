@@ -90,8 +90,8 @@ std::vector<StoredAttachment> RebuildRun::attachmentsOf(const PreparedMessage& m
   std::vector<StoredAttachment> attachments;
   for (const PreparedBlob& blob : message.extracted) {
     const auto row = catalog_.blob(blob.ref.encodedHash);
-    attachments.push_back(storedAttachment(
-        blob.ref, row ? std::optional<std::int64_t>(row->id) : std::nullopt));
+    attachments.push_back(
+        storedAttachment(blob.ref, row ? std::optional<std::int64_t>(row->id) : std::nullopt));
   }
   for (const AttachmentRef& ref : message.inlineAttachments) {
     attachments.push_back(storedAttachment(ref, std::nullopt));

@@ -91,9 +91,9 @@ class MessageRebuilder {
   const JournalArrivals& arrivals_;
   PrepareSettings settings_;
   SolidBlockCache blocks_;
-  std::mutex mutex_;                        ///< guards what follows
-  std::vector<std::int64_t> unownedKeys_;   ///< identifiers, ascending
-  std::size_t nextKey_ = 0;                 ///< records and keys come in one order
+  std::mutex mutex_;                       ///< guards what follows
+  std::vector<std::int64_t> unownedKeys_;  ///< identifiers, ascending
+  std::size_t nextKey_ = 0;                ///< records and keys come in one order
 };
 
 }  // namespace ambervane

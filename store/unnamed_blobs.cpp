@@ -47,8 +47,8 @@ std::vector<Base64Recipe> plausibleRecipes(std::size_t decoded, std::size_t enco
       for (const std::size_t leading : {0U, 1U}) {
         if (breaks < trailing + leading) continue;
         for (const std::size_t length : lineLengths(text, breaks - trailing - leading + 1)) {
-          recipes.push_back({length, crlf, trailing == 1,
-                             leading == 0 ? "" : (crlf ? "\r\n" : "\n")});
+          recipes.push_back(
+              {length, crlf, trailing == 1, leading == 0 ? "" : (crlf ? "\r\n" : "\n")});
         }
       }
     }

@@ -33,7 +33,10 @@ struct Sought {
 class UnnamedRestorer {
  public:
   UnnamedRestorer(RebuildRun& run, UnprovedMessages& unproved)
-      : run_(run), archive_(run.archive()), catalog_(run.archive().catalog()), unproved_(unproved) {}
+      : run_(run),
+        archive_(run.archive()),
+        catalog_(run.archive().catalog()),
+        unproved_(unproved) {}
 
   std::int64_t restore(const std::vector<std::int64_t>& packs) {
     for (const std::int64_t pack : packs) scan(pack);
@@ -184,8 +187,7 @@ class UnnamedRestorer {
     }
     std::ranges::sort(missing, {}, &JournalArrival::seq);
     for (const JournalArrival* arrival : missing) {
-      sought_.push_back(
-          {arrival->id, hexEncode({arrival->digest.data(), arrival->digest.size()})});
+      sought_.push_back({arrival->id, hexEncode({arrival->digest.data(), arrival->digest.size()})});
     }
   }
 

@@ -46,33 +46,33 @@ const struct Kind {
 /// What the catalog says of everything a rebuild is to bring back, in lines.
 std::string contentOf(MailArchive& archive) {
   std::string lines;
-  for (const char* sql : {
-           "SELECT id || '|' || sha256 || '|' || subject || '|' || size || '|' || stored_size || "
-           "'|' || pack_id || '|' || pack_offset || '|' || COALESCE(block_member, '') || '|' || "
-           "retention_class || '|' || expires_at || '|' || ingested_at || '|' || "
-           "COALESCE(internal_at, '') || '|' || origin || COALESCE(origin_source, '') || '|' || "
-           "record_flags || '|' || dictionary_id || '|' || attachment_count FROM message WHERE "
-           "erased = 0 ORDER BY id",
-           "SELECT m.sha256 || '|' || a.name || '|' || f.path || '|' || COALESCE(mf.uid, '') || "
-           "'|' || mf.flags || '|' || mf.sent_at FROM message_folder mf JOIN message m ON m.id = "
-           "mf.message_id JOIN folder f ON f.id = mf.folder_id JOIN account a ON a.id = "
-           "f.account_id WHERE m.erased = 0 ORDER BY 1",
-           "SELECT hash || '|' || content_hash || '|' || pack_id || '|' || pack_offset || '|' || "
-           "COALESCE(recipe, '') || '|' || encoded_size || '|' || stored_size || '|' || orig_size "
-           "|| '|' || refcount FROM blob WHERE refcount > 0 ORDER BY hash",
-           "SELECT a.message_id || '|' || a.filename || '|' || a.section || '|' || b.hash FROM "
-           "attachment a JOIN message m ON m.id = a.message_id LEFT JOIN blob b ON b.id = "
-           "a.blob_id WHERE m.erased = 0 ORDER BY 1",
-           "SELECT message_id || '|' || name || '|' || value FROM message_header ORDER BY 1",
-           "SELECT rowid FROM message_fts WHERE message_fts MATCH 'unterwegs'",
-           "SELECT h.id || h.payload || '|' || COALESCE((SELECT group_concat(mh.message_id) FROM "
-           "message_hold mh JOIN message m ON m.id = mh.message_id WHERE mh.hold_id = h.id AND "
-           "m.erased = 0), '') FROM hold h ORDER BY h.id",
-           "SELECT mt.message_id || t.name || t.colour || mt.added_by || mt.added_at FROM "
-           "message_tag mt JOIN tag t ON t.id = mt.tag_id ORDER BY 1",
-           "SELECT message_id || body || author || created_at FROM message_note ORDER BY 1",
-           "SELECT payload FROM smart_folder UNION ALL SELECT payload FROM tag_rule",
-           "SELECT value FROM meta WHERE key = 'active_dictionary'"}) {
+  for (const char* sql :
+       {"SELECT id || '|' || sha256 || '|' || subject || '|' || size || '|' || stored_size || "
+        "'|' || pack_id || '|' || pack_offset || '|' || COALESCE(block_member, '') || '|' || "
+        "retention_class || '|' || expires_at || '|' || ingested_at || '|' || "
+        "COALESCE(internal_at, '') || '|' || origin || COALESCE(origin_source, '') || '|' || "
+        "record_flags || '|' || dictionary_id || '|' || attachment_count FROM message WHERE "
+        "erased = 0 ORDER BY id",
+        "SELECT m.sha256 || '|' || a.name || '|' || f.path || '|' || COALESCE(mf.uid, '') || "
+        "'|' || mf.flags || '|' || mf.sent_at FROM message_folder mf JOIN message m ON m.id = "
+        "mf.message_id JOIN folder f ON f.id = mf.folder_id JOIN account a ON a.id = "
+        "f.account_id WHERE m.erased = 0 ORDER BY 1",
+        "SELECT hash || '|' || content_hash || '|' || pack_id || '|' || pack_offset || '|' || "
+        "COALESCE(recipe, '') || '|' || encoded_size || '|' || stored_size || '|' || orig_size "
+        "|| '|' || refcount FROM blob WHERE refcount > 0 ORDER BY hash",
+        "SELECT a.message_id || '|' || a.filename || '|' || a.section || '|' || b.hash FROM "
+        "attachment a JOIN message m ON m.id = a.message_id LEFT JOIN blob b ON b.id = "
+        "a.blob_id WHERE m.erased = 0 ORDER BY 1",
+        "SELECT message_id || '|' || name || '|' || value FROM message_header ORDER BY 1",
+        "SELECT rowid FROM message_fts WHERE message_fts MATCH 'unterwegs'",
+        "SELECT h.id || h.payload || '|' || COALESCE((SELECT group_concat(mh.message_id) FROM "
+        "message_hold mh JOIN message m ON m.id = mh.message_id WHERE mh.hold_id = h.id AND "
+        "m.erased = 0), '') FROM hold h ORDER BY h.id",
+        "SELECT mt.message_id || t.name || t.colour || mt.added_by || mt.added_at FROM "
+        "message_tag mt JOIN tag t ON t.id = mt.tag_id ORDER BY 1",
+        "SELECT message_id || body || author || created_at FROM message_note ORDER BY 1",
+        "SELECT payload FROM smart_folder UNION ALL SELECT payload FROM tag_rule",
+        "SELECT value FROM meta WHERE key = 'active_dictionary'"}) {
     for (const Row& row : archive.catalog().database().query(sql)) {
       const std::string& column = row.columns().front();
       const std::string text = row.string(column);
