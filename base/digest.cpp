@@ -57,6 +57,18 @@ Bytes sha256(BytesView bytes) {
 
 std::string sha256Hex(BytesView bytes) { return hexEncode(sha256(bytes)); }
 
+std::optional<RawDigest> rawDigest(std::string_view hex) {
+  RawDigest digest{};
+  if (hex.size() != 2 * digest.size()) return std::nullopt;
+  for (std::size_t i = 0; i < digest.size(); ++i) {
+    const int high = hexDigit(hex[2 * i]);
+    const int low = hexDigit(hex[2 * i + 1]);
+    if (high < 0 || low < 0) return std::nullopt;
+    digest[i] = static_cast<char>(high * 16 + low);
+  }
+  return digest;
+}
+
 Bytes randomBytes(std::size_t count) {
   Bytes bytes(count, '\0');
   require(RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(count)));

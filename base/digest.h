@@ -1,8 +1,11 @@
 #ifndef AMBERVANE_BASE_DIGEST_H_
 #define AMBERVANE_BASE_DIGEST_H_
 
+#include <array>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "base/bytes.h"
 
@@ -28,6 +31,11 @@ class Sha256 {
 Bytes sha256(BytesView bytes);
 /// The digest as 64 lower-case hexadecimal digits.
 std::string sha256Hex(BytesView bytes);
+
+/// A digest where there are millions to be kept.
+using RawDigest = std::array<char, 32>;
+/// Absent for anything but 64 hexadecimal digits.
+std::optional<RawDigest> rawDigest(std::string_view hex);
 
 /// `count` bytes from the system's secure random source. Throws std::runtime_error without one.
 Bytes randomBytes(std::size_t count);

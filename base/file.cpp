@@ -169,15 +169,19 @@ void writeFileAtomically(const fs::path& path, BytesView bytes, int mode) {
   ::unlink(temporary.c_str());
   createWhole(temporary, bytes, mode);
   try {
-    announce(FileStep::Kind::rename, path);
-    if (::rename(temporary.c_str(), path.c_str()) != 0) {
-      throw FileError(FileError::Action::rename, path, errno);
-    }
+    renameFile(temporary, path);
   } catch (...) {
     ::unlink(temporary.c_str());
     throw;
   }
-  syncFolder(folderOf(path));
+}
+
+void renameFile(const fs::path& from, const fs::path& to) {
+  announce(FileStep::Kind::rename, to);
+  if (::rename(from.c_str(), to.c_str()) != 0) {
+    throw FileError(FileError::Action::rename, to, errno);
+  }
+  syncFolder(folderOf(to));
 }
 
 void writeNewFile(const fs::path& path, BytesView bytes, int mode) {

@@ -75,6 +75,9 @@ void writeFileAtomically(const std::filesystem::path& path, BytesView bytes, int
 /// to nothing, stands under the name; no part of the file is left then.
 void writeNewFile(const std::filesystem::path& path, BytesView bytes, int mode = 0644);
 
+/// Gives a file another name in its folder, durably; what had that name is gone. Throws FileError.
+void renameFile(const std::filesystem::path& from, const std::filesystem::path& to);
+
 /// Creates a folder and those above it, durably. Throws FileError.
 void createFolders(const std::filesystem::path& path);
 /// Makes names created or renamed in a folder durable. Throws FileError.

@@ -68,6 +68,7 @@ int erase(const Arguments& arguments, Console& console);
 int request(const Arguments& arguments, Console& console);
 int mergeCommand(const Arguments& arguments, Console& console);
 int convertCommand(const Arguments& arguments, Console& console);
+int rebuildCatalogCommand(const Arguments& arguments, Console& console);
 
 // What commands share.
 

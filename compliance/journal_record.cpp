@@ -4,7 +4,6 @@
 #include <array>
 #include <limits>
 
-#include "base/bytes.h"
 #include "base/text.h"
 
 namespace ambervane {
@@ -37,18 +36,6 @@ bool isBefore(const Arrival& a, const Arrival& b) {
 }
 
 }  // namespace
-
-std::optional<RawDigest> rawDigest(std::string_view hex) {
-  RawDigest digest{};
-  if (hex.size() != 2 * digest.size()) return std::nullopt;
-  for (std::size_t i = 0; i < digest.size(); ++i) {
-    const int high = hexDigit(hex[2 * i]);
-    const int low = hexDigit(hex[2 * i + 1]);
-    if (high < 0 || low < 0) return std::nullopt;
-    digest[i] = static_cast<char>(high * 16 + low);
-  }
-  return digest;
-}
 
 JournalRecord::JournalRecord(const AuditJournal& journal, std::optional<std::int64_t> wantedSeq) {
   // Whether an entry holds may be told by a later one, so that the few that are not about single

@@ -1,7 +1,6 @@
 #ifndef AMBERVANE_COMPLIANCE_JOURNAL_RECORD_H_
 #define AMBERVANE_COMPLIANCE_JOURNAL_RECORD_H_
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -12,14 +11,11 @@
 #include <utility>
 #include <vector>
 
+#include "base/digest.h"
 #include "evidence/audit_journal.h"
 #include "evidence/retention_policy.h"
 
 namespace ambervane {
-
-using RawDigest = std::array<char, 32>;
-/// Absent for anything but 64 hexadecimal digits.
-std::optional<RawDigest> rawDigest(std::string_view hex);
 
 /// What the journal says of one message that was taken in. Small, because there are millions.
 struct Arrival {

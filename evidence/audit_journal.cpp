@@ -278,6 +278,17 @@ void AuditJournal::forEachEntry(const std::function<bool(const AuditEntry&)>& bo
   });
 }
 
+void AuditJournal::forEachEntryNewestFirst(
+    const std::function<bool(const AuditEntry&)>& body) const {
+  const auto file = mapIfPossible(url_);
+  if (!file) return;
+  std::size_t end = file->bytes().size();
+  while (const auto line = previousLine(file->bytes(), end)) {
+    const auto entry = decodeAuditEntry(*line);
+    if (entry && !body(*entry)) return;
+  }
+}
+
 std::vector<AuditEntry> AuditJournal::allEntries(std::size_t limit) const {
   std::vector<AuditEntry> entries;
   if (limit == 0) return entries;

@@ -90,6 +90,8 @@ class AuditJournal {
   /// Calls `body` for each readable entry in file order until it returns false. Lines that do not
   /// read as entries are passed over, here and in `recent` and `allEntries`.
   void forEachEntry(const std::function<bool(const AuditEntry&)>& body) const;
+  /// As `forEachEntry`, newest first. Costs what is looked at, not what the journal holds.
+  void forEachEntryNewestFirst(const std::function<bool(const AuditEntry&)>& body) const;
   /// Entries in file order, up to `limit`.
   std::vector<AuditEntry> allEntries(std::size_t limit) const;
 

@@ -38,6 +38,24 @@ std::unique_ptr<Catalog> Catalog::reading(const std::filesystem::path& path,
   return catalog;
 }
 
+void Catalog::goOnWith(const std::filesystem::path& path, const std::function<void()>& between) {
+  const std::filesystem::path before = db_->path();
+  const auto open = [this](const std::filesystem::path& file) {
+    db_ = std::make_unique<SQLiteDatabase>(file, SQLiteDatabase::Mode::readWrite, kLabel);
+    batchDepth_ = 0;
+    messageIDFloor_.reset();
+  };
+  db_.reset();
+  try {
+    between();
+  } catch (...) {
+    open(before);
+    throw;
+  }
+  open(path);
+  migrate();
+}
+
 void Catalog::migrate() {
   const std::string version = std::to_string(kCatalogSchemaVersion);
   db_->execute(kCatalogSchema);

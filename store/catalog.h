@@ -33,6 +33,11 @@ class Catalog {
   bool contentlessDelete() const noexcept { return contentlessDelete_; }
   bool supportsHeaderIndex() const noexcept { return supportsHeaderIndex_; }
 
+  /// Closes the database, runs `between`, which may move files about, and goes on with the one at
+  /// `path`, created where it is missing; with the one before when `between` throws. Not inside a
+  /// batch.
+  void goOnWith(const std::filesystem::path& path, const std::function<void()>& between);
+
   /// A batch is one transaction around the work of many callers; it nests.
   void beginBatch();
   void commitBatch();
@@ -86,8 +91,15 @@ class Catalog {
 
   // Messages.
   std::optional<std::int64_t> messageID(std::string_view hash);
-  /// Reserves a row, which stays unplaced until `completeMessage`.
+  /// Reserves a row, which stays unplaced until `completeMessage`. Its number is the next above all
+  /// rows and above `messageIDFloor`.
   std::int64_t reserveMessage(const std::string& hash);
+  /// Reserves a row for a message that had its number before, archived at `ingestedAt`. Throws
+  /// SQLiteError when the number is taken.
+  std::int64_t reserveMessage(const std::string& hash, std::optional<std::int64_t> id,
+                              Date ingestedAt);
+  /// The highest number that belongs to a message without a row and must not be given again.
+  void setMessageIDFloor(std::int64_t floor);
   void completeMessage(std::int64_t id, const MessageInsert& insert);
   /// Places a message that waited for its solid block.
   void attachSolidRecord(std::int64_t messageID, std::int64_t packID, std::int64_t offset,
@@ -107,6 +119,8 @@ class Catalog {
   std::vector<std::string> releaseBlobsOf(std::int64_t messageID);
   /// Ascending.
   std::vector<std::int64_t> erasedMessages();
+  /// The digests of rows that were never placed, in the order of their numbers.
+  std::vector<std::string> unplacedMessages();
   /// Removes rows that were never placed and gives back what they held; returns how many.
   std::int64_t sweepIncompleteMessages();
   /// `headers` are what `indexedHeaders` picked.
@@ -177,6 +191,7 @@ class Catalog {
   std::unique_ptr<SQLiteDatabase> db_;
   Clock clock_;
   int batchDepth_ = 0;
+  std::optional<std::int64_t> messageIDFloor_;  ///< once it has been asked for
   bool supportsFTS_ = false;
   bool contentlessDelete_ = false;
   bool supportsHeaderIndex_ = false;

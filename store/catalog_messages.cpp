@@ -1,11 +1,15 @@
 // Messages, their header fields and their words in the catalog.
 
+#include <algorithm>
+
+#include "base/text.h"
 #include "query/german_folding.h"
 #include "store/catalog.h"
 
 namespace ambervane {
 namespace {
 
+constexpr const char* kFloorKey = "message_id_floor";
 /// Words that one column may gain as spelling variants.
 constexpr std::size_t kVariantLimit = 4000;
 
@@ -28,8 +32,27 @@ std::optional<std::int64_t> Catalog::messageID(std::string_view hash) {
 }
 
 std::int64_t Catalog::reserveMessage(const std::string& hash) {
-  return db_->insert("INSERT INTO message(sha256, ingested_at, size) VALUES(?, ?, 0)",
-                     {hash, clock_()});
+  return reserveMessage(hash, std::nullopt, clock_());
+}
+
+std::int64_t Catalog::reserveMessage(const std::string& hash, std::optional<std::int64_t> id,
+                                     Date ingestedAt) {
+  if (!messageIDFloor_) messageIDFloor_ = parseInteger(meta(kFloorKey).value_or("0")).value_or(0);
+  if (!id && *messageIDFloor_ > 0) {
+    const std::int64_t highest = db_->count("SELECT COALESCE(MAX(id), 0) FROM message");
+    id = std::max(highest, *messageIDFloor_) + 1;
+  }
+  if (!id) {
+    return db_->insert("INSERT INTO message(sha256, ingested_at, size) VALUES(?, ?, 0)",
+                       {hash, ingestedAt});
+  }
+  return db_->insert("INSERT INTO message(id, sha256, ingested_at, size) VALUES(?, ?, ?, 0)",
+                     {*id, hash, ingestedAt});
+}
+
+void Catalog::setMessageIDFloor(std::int64_t floor) {
+  setMeta(kFloorKey, std::to_string(floor));
+  messageIDFloor_ = floor;
 }
 
 void Catalog::completeMessage(std::int64_t id, const MessageInsert& m) {
@@ -101,6 +124,15 @@ std::optional<MessageRow> Catalog::message(std::int64_t id) {
 std::optional<MessageRow> Catalog::message(std::string_view hash) {
   const auto id = messageID(hash);
   return id ? message(*id) : std::nullopt;
+}
+
+std::vector<std::string> Catalog::unplacedMessages() {
+  std::vector<std::string> digests;
+  for (const Row& row :
+       db_->query("SELECT sha256 FROM message WHERE pack_id IS NULL ORDER BY id")) {
+    digests.push_back(row.string("sha256"));
+  }
+  return digests;
 }
 
 std::int64_t Catalog::sweepIncompleteMessages() {

@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "store/hold_application.h"
+#include "store/message_rows.h"
 #include "store/pack_error.h"
 #include "store/pack_format.h"
 #include "store/solid_block_writer.h"
@@ -19,18 +20,6 @@ constexpr const char* kInSolidBlock = "in a solid block";
 
 const char* originName(MessageOrigin origin) {
   return origin == MessageOrigin::received ? "received" : "reconstructed";
-}
-
-StoredAttachment storedAttachment(const AttachmentRef& ref, std::optional<std::int64_t> blobID) {
-  return {.blobID = blobID,
-          .filename = ref.filename,
-          .mimeType = ref.mimeType,
-          .section = ref.section,
-          .encodedSize = ref.encodedSize,
-          .decodedSize = ref.decodedSize,
-          .contentHash = ref.contentHash,
-          .isInline = ref.isInline,
-          .transferEncoding = std::string(transferEncodingName(ref.transferEncoding))};
 }
 
 /// One message on its way into the archive.
@@ -213,23 +202,9 @@ class Commit {
     const Date now = archive_.now();
     const Date dated = envelope.sentAt.value_or(message_.source.internalDate.value_or(now));
 
-    MessageInsert insert;
-    insert.messageID = envelope.messageID;
-    insert.threadKey = envelope.threadKey;
-    insert.subject = envelope.subject;
-    insert.subjectNorm = envelope.subjectNormalized;
-    insert.fromName = envelope.fromName;
-    insert.fromAddress = envelope.fromAddress;
-    insert.fromDomain = envelope.fromDomain;
-    insert.toAddresses = envelope.toAddresses;
-    insert.ccAddresses = envelope.ccAddresses;
-    insert.participants = envelope.participants;
-    insert.sentAt = envelope.sentAt;
-    insert.internalAt = message_.source.internalDate;
-    insert.size = static_cast<std::int64_t>(message_.size);
-    insert.storedSize = location ? static_cast<std::int64_t>(location->storedLength) : 0;
-    insert.attachmentCount = static_cast<std::int64_t>(attachments.size());
+    MessageInsert insert = insertOf(message_);
     if (location) {
+      insert.storedSize = location->storedLength;
       insert.packID = location->packID;
       insert.packOffset = location->offset;
     }
@@ -237,12 +212,11 @@ class Commit {
     insert.dictionaryID = message_.dictionaryID;
     insert.retentionClass = ofClass.identifier;
     insert.expiresAt = policy.expiryDate(dated, now, ofClass);
-    insert.inReplyTo = envelope.inReplyTo;
-    insert.referenceIDs = envelope.references;
-    insert.snippet = envelope.snippet;
     insert.origin = originName(message_.source.origin);
     insert.originSource = message_.source.reconstructedFrom.value_or("");
-    writeRows(id, insert, attachments);
+    writeMessageRows(catalog_, id, insert, attachments, message_);
+    catalog_.linkMessage(id, mailbox_.folderID, uid(), flagText(message_.source.flags),
+                         insert.sentAt);
 
     RecoveryIndex::Message line = recoveryLine(ofClass.identifier);
     if (location) {
@@ -256,19 +230,6 @@ class Commit {
     if (const auto rules = activeTagRules(archive_); !rules->empty()) {
       applyTagRules(archive_, id, *rules, "rule", &message_.indexed);
     }
-  }
-
-  void writeRows(std::int64_t id, const MessageInsert& insert,
-                 const std::vector<StoredAttachment>& attachments) {
-    catalog_.completeMessage(id, insert);
-    catalog_.insertHeaders(message_.headers, id);
-    catalog_.linkMessage(id, mailbox_.folderID, uid(), flagText(message_.source.flags),
-                         insert.sentAt);
-    for (const StoredAttachment& attachment : attachments) {
-      catalog_.insertAttachment(id, attachment);
-      if (attachment.blobID) catalog_.retainBlob(*attachment.blobID);
-    }
-    catalog_.indexText(id, message_.indexed);
   }
 
   /// This message in this mailbox, for the sidecar; its place is still to be filled in.

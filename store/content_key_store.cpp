@@ -288,6 +288,16 @@ void ContentKeyStore::scour() {
   }
 }
 
+std::vector<std::int64_t> ContentKeyStore::messagesWithKey() {
+  std::vector<std::int64_t> ids;
+  db_->forEachRow("SELECT message_id FROM content_key ORDER BY message_id", {},
+                  [&ids](const Row& row) {
+                    ids.push_back(row.integer("message_id"));
+                    return true;
+                  });
+  return ids;
+}
+
 bool ContentKeyStore::isErased(std::int64_t messageID) {
   return db_->scalar("SELECT 1 FROM erasure WHERE message_id = ?", {messageID}).has_value();
 }

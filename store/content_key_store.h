@@ -83,6 +83,8 @@ class ContentKeyStore {
   /// Likewise for blobs, without a record.
   void shredBlobKeys(std::span<const std::string> hashes);
   void shredBlobKey(const std::string& hash) { shredBlobKeys(std::span(&hash, 1)); }
+  /// Messages with a key, ascending.
+  std::vector<std::int64_t> messagesWithKey();
   bool isErased(std::int64_t messageID);
   /// The newest record of a message.
   std::optional<Erasure> erasure(std::int64_t messageID);

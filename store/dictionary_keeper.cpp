@@ -44,6 +44,17 @@ void DictionaryKeeper::prepareForWriting() {
   }
 }
 
+std::int64_t DictionaryKeeper::restoreProgress() {
+  const auto seed = seedDictionary();
+  for (const std::uint16_t id : identifiersOnDisk()) {
+    const auto bytes = dictionary(id);
+    if (!bytes || BytesView(*bytes) == BytesView(seed)) continue;
+    trainedMessages_ = std::max<std::int64_t>(trainedMessages_, trainingSample_);
+  }
+  saveProgress();
+  return catalog_.dictionaryCount();
+}
+
 std::vector<std::uint16_t> DictionaryKeeper::identifiersOnDisk() const {
   std::vector<std::uint16_t> identifiers;
   std::error_code error;
@@ -61,11 +72,18 @@ std::vector<std::uint16_t> DictionaryKeeper::identifiersOnDisk() const {
 
 bool DictionaryKeeper::adoptFromDisk() {
   const auto identifiers = identifiersOnDisk();
-  if (identifiers.empty()) return false;
+  std::uint16_t last = 0;
   catalog_.atomically([&] {
-    for (const std::uint16_t id : identifiers) catalog_.restoreDictionary(id, readFile(pathOf(id)));
-    catalog_.setMeta(kActiveKey, std::to_string(identifiers.back()));
+    for (const std::uint16_t id : identifiers) {
+      // What needs one that cannot be read is lost, and the rest is not.
+      const auto bytes = readFileIfPossible(pathOf(id));
+      if (!bytes) continue;
+      catalog_.restoreDictionary(id, *bytes);
+      last = id;
+    }
+    if (last > 0) catalog_.setMeta(kActiveKey, std::to_string(last));
   });
+  if (last == 0) return false;
   prepareForReading();
   return true;
 }

@@ -34,6 +34,9 @@ class DictionaryKeeper {
   /// Loads the active dictionary; a catalog without one takes those on disk in, or else installs
   /// the built-in one. No file is ever replaced.
   void prepareForWriting();
+  /// After a catalog was lost: where one of the dictionaries was trained, nothing is learnt again.
+  /// Returns how many dictionaries there are.
+  std::int64_t restoreProgress();
   /// Loads the active dictionary and writes nothing.
   void prepareForReading();
   Dictionary active() const;

@@ -182,6 +182,7 @@ IngestOutcome ingest(MailArchive& archive, SourceMessage source, const MailboxRe
   IngestBatch batch(archive);
   IngestOutcome outcome = commit(archive, *prepared, mailbox, retentionClass);
   batch.finish();
+  afterBatch(archive);
   return outcome;
 }
 

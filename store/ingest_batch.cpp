@@ -1,7 +1,6 @@
 #include "store/ingest_batch.h"
 
 #include <map>
-#include <optional>
 
 namespace ambervane {
 namespace {
@@ -22,6 +21,8 @@ void recordBrokenBatch(MailArchive& archive, const std::string& subject, std::in
                         "archive";
     }
     archive.journal().append(AuditAction::integrityFailed, subject, details);
+    // Told already, so no later opening need take these messages for lost.
+    noteJournalCommitted(archive);
   } catch (const std::exception&) {
     // The disk that failed the batch may fail this too; the run's end is told in any case.
   }
@@ -29,25 +30,28 @@ void recordBrokenBatch(MailArchive& archive, const std::string& subject, std::in
 
 }  // namespace
 
+void afterBatch(MailArchive& archive) {
+  archive.dictionaries().trainIfDue();
+  archive.sealIfDue();
+}
+
 void commitInBatch(MailArchive& archive, const std::string& subject,
                    const std::function<bool()>& commitNext, const std::function<void()>& kept) {
-  std::int64_t entriesBefore = archive.journal().count();
-  try {
-    std::optional<IngestBatch> batch(std::in_place, archive);
-    while (commitNext()) {
-      if (!archive.isSealDue()) continue;
+  for (bool isMore = true; isMore;) {
+    const std::int64_t entriesBefore = archive.journal().count();
+    try {
+      IngestBatch batch(archive);
       // A seal counts messages, so those before it must be there to stay.
-      batch->finish();
-      if (kept) kept();
-      batch.reset();
-      entriesBefore = archive.journal().count();
-      batch.emplace(archive);
+      do {
+        isMore = commitNext();
+      } while (isMore && !archive.isSealDue());
+      batch.finish();
+    } catch (const std::exception& error) {
+      recordBrokenBatch(archive, subject, entriesBefore, error.what());
+      throw;
     }
-    batch->finish();
     if (kept) kept();
-  } catch (const std::exception& error) {
-    recordBrokenBatch(archive, subject, entriesBefore, error.what());
-    throw;
+    afterBatch(archive);
   }
 }
 

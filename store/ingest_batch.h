@@ -5,6 +5,7 @@
 #include <string>
 
 #include "store/ingest_pipeline.h"
+#include "store/lost_messages.h"
 #include "store/mail_archive.h"
 
 namespace ambervane {
@@ -35,8 +36,7 @@ class IngestBatch {
   IngestBatch& operator=(const IngestBatch&) = delete;
 
   /// Makes everything durable: keys, pack, sidecar, journal, then the catalog's commit. Throws what
-  /// any of them throws; nothing of the batch is in the catalog then. A seal that has become due is
-  /// written last, so that it counts nothing that could still be taken back.
+  /// any of them throws; nothing of the batch is in the catalog then. `afterBatch` is to follow.
   void finish() {
     archive_.keys().commitBatch();
     archive_.packs().flush();
@@ -45,11 +45,10 @@ class IngestBatch {
     archive_.catalog().bumpMutationGeneration();
     archive_.flushSidecars();
     archive_.journal().endBatch();
+    noteJournalCommitted(archive_);
     archive_.catalog().commitBatch();
     archive_.solidBlock().commit();
     finished_ = true;
-    archive_.dictionaries().trainIfDue();
-    archive_.sealIfDue();
   }
 
  private:
@@ -64,6 +63,11 @@ class IngestBatch {
   MailArchive& archive_;
   bool finished_ = false;
 };
+
+/// What follows a batch that is there to stay: training, and a seal that has become due, which so
+/// counts nothing that could still be taken back. Throws what `MailArchive::sealIfDue` throws; the
+/// batch is kept all the same.
+void afterBatch(MailArchive& archive);
 
 /// Calls `commitNext` until it returns false, in one batch, or in several where a seal becomes due.
 /// `kept` is called when what has been committed is there to stay; it may be empty. When one fails,

@@ -4,6 +4,7 @@
 #include "store/mail_archive.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <system_error>
 
@@ -18,6 +19,7 @@
 #include "resources/archive_format.h"
 #include "store/archive_error.h"
 #include "store/content_erasure.h"
+#include "store/lost_messages.h"
 #include "store/pack_format.h"
 
 namespace ambervane {
@@ -37,6 +39,21 @@ void requireEmptyDestination(const fs::path& url) {
     throw ArchiveError(ArchiveError::DestinationNotEmpty{url.native()});
   }
   if (error) throw FileError(FileError::Action::list, url, error.value());
+}
+
+constexpr const char* kCatalogName = "catalog.sqlite";
+constexpr const char* kNewCatalogName = "catalog.sqlite.rebuilding";
+/// In the catalog's meta table: "yes" in one made because the archive's was lost.
+constexpr const char* kCatalogLostKey = "catalog_lost";
+/// What the files of an SQLite database have behind its name.
+constexpr std::array kDatabaseSuffixes = {"", "-wal", "-shm"};
+
+void removeDatabase(const fs::path& path) {
+  for (const char* suffix : kDatabaseSuffixes) {
+    std::error_code error;
+    fs::remove(path.native() + suffix, error);
+    if (error) throw FileError(FileError::Action::remove, path.native() + suffix, error.value());
+  }
 }
 
 bool isWriteProtected(const fs::path& path) {
@@ -114,14 +131,20 @@ MailArchive::MailArchive(fs::path url, OpenMode mode, ArchiveEnvironment environ
                                                         ArchiveManifest::kUnderstoodVersion});
   }
   decideMode(mode);
+  if (mode == OpenMode::rebuild && readOnly_) throw ArchiveError(ArchiveError::ReadOnly{});
   if (!readOnly_) {
     keepFormatDescriptionCurrent();
     lock_ = environment_.archiveLock
                 ? std::make_unique<ArchiveLock>(url_, now(), environment_.archiveLock)
                 : std::make_unique<ArchiveLock>(url_, now());
   }
-  openParts();
-  if (!readOnly_) prepareForWriting();
+  openParts(mode);
+  if (mode == OpenMode::rebuild) {
+    removeTemporaryFiles();
+    createFolders(url_ / "export");
+  } else if (!readOnly_) {
+    prepareForWriting();
+  }
 }
 
 MailArchive::~MailArchive() = default;
@@ -150,19 +173,20 @@ void MailArchive::keepFormatDescriptionCurrent() {
   }
 }
 
-void MailArchive::openParts() {
-  const fs::path catalogPath = url_ / "catalog.sqlite";
+void MailArchive::openParts(OpenMode mode) {
+  const fs::path catalogPath = url_ / (mode == OpenMode::rebuild ? kNewCatalogName : kCatalogName);
+  const bool isRebuild = mode == OpenMode::rebuild;
+  if (isRebuild) removeDatabase(catalogPath);
   std::error_code missing;
-  if (!fs::exists(catalogPath, missing) && !packsOnDisk(url_ / "packs").empty()) {
-    notices_.emplace_back(
-        "The catalog is missing. The mail is still in the pack files, but it cannot be found until "
-        "the catalog is rebuilt from them.");
-  }
+  const bool isLost = !isRebuild &&
+                      (!fs::exists(catalogPath, missing) || fs::is_empty(catalogPath, missing)) &&
+                      !packFiles().empty();
   if (readOnly_) {
     catalog_ = Catalog::reading(catalogPath, storage_ == StorageAccess::readOnlyMedium);
   } else {
     catalog_ = std::make_unique<Catalog>(catalogPath, environment_.clock);
   }
+  noteLostCatalog(isLost);
   packs_ = std::make_unique<PackStore>(url_ / "packs", manifest_.maxPackBytes, readOnly_);
   sidecars_ = std::make_unique<RecoverySidecars>(*packs_);
 
@@ -183,6 +207,16 @@ void MailArchive::openParts() {
                                                      manifest_.dictionaryTrainingSample);
 }
 
+/// An opening for writing makes a catalog where there is none. The archive must not pass for whole
+/// because of that, neither now nor the next time.
+void MailArchive::noteLostCatalog(bool isLost) {
+  if (isLost && !readOnly_) catalog_->setMeta(kCatalogLostKey, "yes");
+  if (!isLost && catalog_->meta(kCatalogLostKey).value_or("") != "yes") return;
+  notices_.emplace_back(
+      "The catalog is missing. The mail is still in the pack files, but it cannot be found until "
+      "the catalog is rebuilt from them: ambervane rebuild-catalog <archive>");
+}
+
 void MailArchive::openKeys() {
   const fs::path database = url_ / "keys" / "content-keys.sqlite";
   const fs::path masterKey = url_ / "keys" / "master.key";
@@ -200,10 +234,10 @@ void MailArchive::prepareForWriting() {
   removeTemporaryFiles();
   createFolders(url_ / "export");
   dictionaries_->prepareForWriting();
-  if (const std::int64_t swept = catalog_->sweepIncompleteMessages(); swept > 0) {
-    catalog_->bumpMutationGeneration();
-    journal_->append(AuditAction::integrityVerified, "startup",
-                     {{"swept_incomplete_rows", std::to_string(swept)}});
+  if (const std::int64_t lost = nameLostMessages(*this); lost > 0) {
+    notices_.push_back(
+        "Messages that were being stored when the program was ended were not kept: " +
+        std::to_string(lost) + ". Import the same source again.");
   }
   settleCurrentPack();
   try {
@@ -224,11 +258,14 @@ void MailArchive::removeTemporaryFiles() {
       if (isTemporaryName(it->path().filename().native())) fs::remove(it->path(), ignored);
     }
   }
+  // Of a rebuild that was broken off; that of one under way is the catalog in use.
+  const fs::path unfinished = url_ / kNewCatalogName;
+  if (catalog_->database().path() != unfinished) removeDatabase(unfinished);
 }
 
 void MailArchive::settleCurrentPack() {
   currentPack_ = catalog_->currentPackID();
-  const auto onDisk = packsOnDisk(url_ / "packs");
+  const auto onDisk = packFiles();
   const std::int64_t highest = onDisk.empty() ? 0 : onDisk.back();
   if (isCurrentPackCutShort()) {
     // Appending to it would put new records where old rows point.
@@ -273,6 +310,41 @@ void MailArchive::switchToPack(std::int64_t packID) {
   if (catalog_->currentPackID() != packID) catalog_->setCurrentPack(packID);
   catalog_->registerPack(packID);
   currentPack_ = packID;
+}
+
+std::vector<std::int64_t> MailArchive::packFiles() const { return packsOnDisk(url_ / "packs"); }
+
+void MailArchive::startCatalogAnew() {
+  if (readOnly_) throw ArchiveError(ArchiveError::ReadOnly{});
+  flushSolidBlock();
+  const fs::path path = url_ / kNewCatalogName;
+  catalog_->goOnWith(path, [&path] { removeDatabase(path); });
+  // What is lost with the power is made anew; `installCatalog` flushes the whole.
+  catalog_->database().execute("PRAGMA synchronous=OFF");
+  tagRules_.forget();
+  dictionaries_ = std::make_unique<DictionaryKeeper>(*catalog_, url_ / "dict",
+                                                     manifest_.dictionaryTrainingSample);
+  dictionaries_->prepareForWriting();
+  const auto packs = packFiles();
+  catalog_->setCurrentPack(packs.empty() ? 1 : packs.back());
+  settleCurrentPack();
+  for (const std::int64_t pack : packs) catalog_->registerPack(pack);
+}
+
+void MailArchive::installCatalog(const std::string& keptAs) {
+  noteDurablePack();
+  catalog_->database().checkpoint();
+  const fs::path made = catalog_->database().path();
+  const fs::path path = url_ / kCatalogName;
+  catalog_->goOnWith(path, [&] {
+    AppendFile::open(made).sync();
+    for (const char* suffix : kDatabaseSuffixes) {
+      std::error_code ignored;
+      if (!fs::exists(path.native() + suffix, ignored)) continue;
+      renameFile(path.native() + suffix, url_ / (keptAs + suffix));
+    }
+    renameFile(made, path);
+  });
 }
 
 std::int64_t MailArchive::nextPack(std::int64_t size) {

@@ -38,8 +38,9 @@ struct ArchiveEnvironment {
   TimestampEnvironment timestamps = {};
 };
 
-/// Whether a writable opening wants what the medium may refuse.
-enum class OpenMode { readWrite, readOnly };
+/// Whether a writable opening wants what the medium may refuse. `rebuild` is for `rebuildCatalog`
+/// alone: it writes, and does without the catalog that is there, which need not be readable.
+enum class OpenMode { readWrite, readOnly, rebuild };
 
 /// One open archive: opens, owns and closes its parts, and hands them out. What a command does with
 /// an archive is a free function elsewhere. One process holds the write lock; any number may read.
@@ -53,9 +54,10 @@ class MailArchive {
                                              ArchiveEnvironment environment = {});
 
   /// Opens an archive; a writable opening falls back to reading where the medium or a newer format
-  /// demands it, repairs what a crash left, and takes the write lock. A read-only one writes
-  /// nothing but the journal entries of what is done. Throws ArchiveError, JsonError, SQLiteError,
-  /// FileError; what was acquired is released.
+  /// demands it (one for a rebuild throws ArchiveError, ReadOnly, instead), repairs what a crash
+  /// left, and takes the write lock. A read-only one writes nothing but the journal entries of what
+  /// is done. Throws ArchiveError, JsonError, SQLiteError, FileError; what was acquired is
+  /// released.
   MailArchive(std::filesystem::path url, OpenMode mode, ArchiveEnvironment environment = {});
   ~MailArchive();
   MailArchive(const MailArchive&) = delete;
@@ -118,6 +120,16 @@ class MailArchive {
   /// write-protected was decided when the archive was made: those two settings stay as they are.
   /// Throws ArchiveError (ReadOnly), FileError.
   void replacePolicy(const RetentionPolicy& policy);
+  /// Puts an empty catalog in place of the one in use, in a file of its own, until
+  /// `installCatalog`. What is killed or fails between the two leaves the archive's catalog file as
+  /// it was. Packs and dictionaries that are there are entered; the last of each is the current
+  /// one. Not inside a batch. Throws FileError, SQLiteError.
+  void startCatalogAnew();
+  /// Makes the catalog begun with `startCatalogAnew` the archive's; the one before is kept beside
+  /// it as `keptAs` with its companions "-wal" and "-shm". The archive goes on with the new one.
+  void installCatalog(const std::string& keptAs);
+  /// The numbers of the pack files that are there, ascending.
+  std::vector<std::int64_t> packFiles() const;
   /// Flushes the sidecars; the first failure among them is journalled.
   void flushSidecars();
   /// Notes in the catalog up to where the current pack, just flushed, holds records.
@@ -136,9 +148,10 @@ class MailArchive {
  private:
   void decideMode(OpenMode mode);
   void keepFormatDescriptionCurrent();
-  void openParts();
+  void openParts(OpenMode mode);
   void openKeys();
   void prepareForWriting();
+  void noteLostCatalog(bool isLost);
   void removeTemporaryFiles();
   void settleCurrentPack();
   bool isCurrentPackCutShort();

@@ -21,26 +21,6 @@ namespace {
   throw PackError(PackError::CorruptRecord{std::move(text)});
 }
 
-/// The bytes of a pack record before compression and encryption. `what` names the record in a
-/// failure, `digest` is bound to it, and `findKey` gives its key or throws.
-Bytes decodedPayload(MailArchive& archive, const PackLocation& location, const std::string& what,
-                     const std::string& digest, const std::function<SymmetricKey()>& findKey) {
-  const PackStore::RawRecord record = archive.packs().read(location);
-  Bytes opened;
-  BytesView payload = record.payload;
-  if (record.flags.encrypted()) {
-    opened = ContentKeyStore::open(payload, findKey(), digest);
-    payload = opened;
-  }
-  if (!record.flags.deflated()) return Bytes(payload);
-  const auto dictionary = archive.dictionaries().dictionary(record.dictionaryID);
-  auto plain = Compressor::decompress(payload, record.flags.codec(),
-                                      dictionary ? BytesView(*dictionary) : BytesView(),
-                                      record.originalLength);
-  if (!plain) corrupt("decompression failed for " + what);
-  return *std::move(plain);
-}
-
 PackLocation locationOf(const MessageRow& row) {
   if (row.erased) throw ArchiveError(ArchiveError::Erased{row.id});
   if (!row.packID || !row.packOffset) throw ArchiveError(ArchiveError::MessageMissing{row.id});
@@ -56,16 +36,13 @@ MessageRow settled(MailArchive& archive, const MessageRow& row) {
   return archive.catalog().message(row.id).value_or(row);
 }
 
-/// The segments in order, each blob as `fetch` gives it.
-Bytes reassemble(MailArchive& archive, const MessageRow& given,
+/// The segments of a plain record in order, each blob as `fetch` gives it.
+Bytes reassemble(BytesView plain, std::size_t expectedBytes,
                  const std::function<Bytes(const MessageRecord::Blob&)>& fetch) {
-  const MessageRow row = settled(archive, given);
-  const Bytes plain = decodedRecordPayload(archive, row, locationOf(row));
   const MessageRecord record = MessageRecord::decode(plain);
   Bytes raw;
   // The size comes from the catalog, which may be damaged: it is a hint and no more.
-  raw.reserve(std::min<std::size_t>(static_cast<std::size_t>(std::max<std::int64_t>(row.size, 0)),
-                                    kMaxRecordPayloadBytes));
+  raw.reserve(std::min(expectedBytes, kMaxRecordPayloadBytes));
   for (const MessageRecord::Segment& segment : record.segments) {
     if (const auto* literal = std::get_if<MessageRecord::Literal>(&segment)) {
       raw += literal->bytes;
@@ -74,6 +51,13 @@ Bytes reassemble(MailArchive& archive, const MessageRow& given,
     }
   }
   return raw;
+}
+
+Bytes reassemble(MailArchive& archive, const MessageRow& given,
+                 const std::function<Bytes(const MessageRecord::Blob&)>& fetch) {
+  const MessageRow row = settled(archive, given);
+  return reassemble(decodedRecordPayload(archive, row, locationOf(row)),
+                    static_cast<std::size_t>(std::max<std::int64_t>(row.size, 0)), fetch);
 }
 
 /// A read is proved by its length: a record of another message would betray itself here.
@@ -85,33 +69,61 @@ void requireWhole(const MessageRow& row, const Bytes& raw) {
 
 }  // namespace
 
+Bytes decodedPayload(MailArchive& archive, const PackLocation& location, const std::string& where,
+                     const std::string& digest, const std::function<SymmetricKey()>& findKey) {
+  const PackStore::RawRecord record = archive.packs().read(location);
+  Bytes opened;
+  BytesView payload = record.payload;
+  if (record.flags.encrypted()) {
+    opened = ContentKeyStore::open(payload, findKey(), digest);
+    payload = opened;
+  }
+  if (!record.flags.deflated()) return Bytes(payload);
+  const auto dictionary = archive.dictionaries().dictionary(record.dictionaryID);
+  auto plain = Compressor::decompress(payload, record.flags.codec(),
+                                      dictionary ? BytesView(*dictionary) : BytesView(),
+                                      record.originalLength);
+  if (!plain) corrupt("decompression failed " + where);
+  return *std::move(plain);
+}
+
+Bytes decodedPayload(MailArchive& archive, const PackLocation& location, const std::string& where) {
+  return decodedPayload(archive, location, where, "",
+                        []() -> SymmetricKey { corrupt("a block is encrypted"); });
+}
+
 Bytes decodedRecordPayload(MailArchive& archive, const MessageRow& row,
                            const PackLocation& location) {
   if (row.blockMember) {
     return archive.solidReader().member(archive, static_cast<std::size_t>(*row.blockMember),
                                         location);
   }
-  return decodedPayload(archive, location, "message " + std::to_string(row.id), row.sha256, [&] {
-    auto key = archive.keys().key(row.id);
-    if (!key) throw ArchiveError(ArchiveError::Erased{row.id});
-    return *std::move(key);
-  });
+  return decodedPayload(archive, location, "for message " + std::to_string(row.id), row.sha256,
+                        [&] {
+                          auto key = archive.keys().key(row.id);
+                          if (!key) throw ArchiveError(ArchiveError::Erased{row.id});
+                          return *std::move(key);
+                        });
 }
 
 Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expectedEncodedLength) {
   const auto blob = archive.catalog().blob(hash);
   if (!blob) throw ArchiveError(ArchiveError::BlobMissing{hash});
-  const std::string shortHash = hash.substr(0, 12);
+  return blobBytes(archive, *blob, expectedEncodedLength);
+}
+
+Bytes blobBytes(MailArchive& archive, const BlobRow& row, std::int64_t expectedEncodedLength) {
+  const std::string shortHash = row.hash.substr(0, 12);
   PackLocation location;
-  location.packID = blob->packID;
-  location.offset = blob->packOffset;
-  Bytes bytes = decodedPayload(archive, location, "blob " + shortHash, hash, [&] {
-    auto key = archive.keys().blobKey(hash, false);
-    if (!key) throw ArchiveError(ArchiveError::BlobErased{hash});
+  location.packID = row.packID;
+  location.offset = row.packOffset;
+  Bytes bytes = decodedPayload(archive, location, "for blob " + shortHash, row.hash, [&] {
+    auto key = archive.keys().blobKey(row.hash, false);
+    if (!key) throw ArchiveError(ArchiveError::BlobErased{row.hash});
     return *std::move(key);
   });
-  if (blob->recipe) {
-    if (const auto recipe = Base64Recipe::fromJson(*blob->recipe)) bytes = recipe->encode(bytes);
+  if (row.recipe) {
+    if (const auto recipe = Base64Recipe::fromJson(*row.recipe)) bytes = recipe->encode(bytes);
   }
   if (expectedEncodedLength != 0 &&
       static_cast<std::int64_t>(bytes.size()) != expectedEncodedLength) {
@@ -119,6 +131,12 @@ Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expe
                         expectedEncodedLength));
   }
   return bytes;
+}
+
+Bytes messageOf(MailArchive& archive, BytesView record) {
+  return reassemble(record, record.size(), [&archive](const MessageRecord::Blob& blob) {
+    return blobBytes(archive, blob.hash, blob.length);
+  });
 }
 
 Bytes rawMessage(MailArchive& archive, const MessageRow& row) {

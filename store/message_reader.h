@@ -28,6 +28,19 @@ Bytes rawMessageForDisplay(MailArchive& archive, const MessageRow& row,
 Bytes decodedRecordPayload(MailArchive& archive, const MessageRow& row,
                            const PackLocation& location);
 
+/// The message that a plain record stands for.
+Bytes messageOf(MailArchive& archive, BytesView record);
+
+/// The bytes of a pack record before compression and encryption. A failure names the record as
+/// `where` ("for message 5"); `digest` is bound to an encrypted one, and `findKey` gives its key or
+/// throws.
+Bytes decodedPayload(MailArchive& archive, const PackLocation& location, const std::string& where,
+                     const std::string& digest, const std::function<SymmetricKey()>& findKey);
+/// The same for a record that is never encrypted.
+Bytes decodedPayload(MailArchive& archive, const PackLocation& location, const std::string& where);
+
+/// The encoded bytes of a blob as `row` describes it.
+Bytes blobBytes(MailArchive& archive, const BlobRow& row, std::int64_t expectedEncodedLength);
 /// The encoded bytes of a blob as they stood in its messages. `expectedEncodedLength` of 0 means
 /// any.
 Bytes blobBytes(MailArchive& archive, const std::string& hash, std::int64_t expectedEncodedLength);

@@ -67,7 +67,7 @@ class MessageSplitter {
     blob.ref = std::move(attachment);
     blob.encodedLength = encoded.size();
     blob.isKnown = settings_.known != nullptr && settings_.known->hasBlob(blob.ref.encodedHash);
-    if (!blob.isKnown) compress(encoded, std::move(decoded), blob);
+    if (!blob.isKnown && settings_.storesContent) compress(encoded, std::move(decoded), blob);
     out_.extracted.push_back(std::move(blob));
   }
 
@@ -184,8 +184,9 @@ std::optional<PreparedMessage> prepareOne(SourceMessage source, const PrepareSet
 
   {
     const MessageRecord record = MessageSplitter(raw, settings, out).split(parsed);
-    Bytes plain = record.encode();
-    if (settings.compressesRecords) {
+    if (!settings.storesContent) {
+      // What is described is in the archive already.
+    } else if (Bytes plain = record.encode(); settings.compressesRecords) {
       out.record = Compressor::compress(plain, settings.dictionary.view(), settings.effort);
     } else {
       out.record.originalLength = plain.size();

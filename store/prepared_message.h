@@ -29,6 +29,7 @@ struct PrepareSettings {
   CompressionEffort effort = CompressionEffort::balanced;
   std::int64_t extractionThreshold = 4096;  ///< encoded bytes from which an attachment is a blob
   bool isLearning = false;                  ///< a sample for the dictionary is wanted
+  bool storesContent = true;                ///< else the message is only described
   bool compressesRecords = true;            ///< else message records wait, plain, for a solid block
   bool preparesWhatIsNotMail = true;        ///< else such bytes are only recognised
 };

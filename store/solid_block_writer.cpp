@@ -66,9 +66,7 @@ std::size_t writeSolidBlock(MailArchive& archive, std::span<PendingSolidMember> 
   archive.catalog().atomically([&] {
     std::int64_t index = 0;
     for (const PendingSolidMember& member : members) {
-      const auto share = static_cast<std::int64_t>(static_cast<double>(member.plain.size()) /
-                                                   static_cast<double>(block.size()) *
-                                                   static_cast<double>(payload.size()));
+      const std::int64_t share = solidShare(member.plain.size(), block.size(), payload.size());
       archive.catalog().attachSolidRecord(member.messageID, location.packID, location.offset,
                                           index++, share, flags.bits, 0);
     }

@@ -51,6 +51,13 @@ class SolidBlockWriter {
   std::size_t committed_ = 0;  ///< how many waited at the last `commit`
 };
 
+/// What of a block's `payload` bytes a member of `plain` bytes counts as its own, the whole being
+/// `block` bytes before compression.
+inline std::int64_t solidShare(std::size_t plain, std::size_t block, std::size_t payload) noexcept {
+  return static_cast<std::int64_t>(static_cast<double>(plain) / static_cast<double>(block) *
+                                   static_cast<double>(payload));
+}
+
 /// Writes `members` as one block and completes their rows, inside the open batch or in a
 /// transaction of its own; returns how many. Throws PackError, FileError, SQLiteError.
 std::size_t writeSolidBlock(MailArchive& archive, std::span<PendingSolidMember> members);
