@@ -9,6 +9,24 @@ namespace ambervane {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+/// Opens the archive; when its databases stand in the way, tells what helps.
+std::unique_ptr<MailArchive> opened(const fs::path& path, OpenMode mode, Console& console) {
+  try {
+    return std::make_unique<MailArchive>(path, mode);
+  } catch (const SQLiteError& error) {
+    if (error.isDamage() && mode != OpenMode::rebuild) {
+      console.err << "Note: a damaged catalog can be made anew from the pack files: ambervane "
+                     "rebuild-catalog "
+                  << printable(path.filename().native()) << "\n";
+    }
+    throw;
+  }
+}
+
+}  // namespace
+
 fs::path standardizedPath(const std::string& text) {
   if (text.empty()) throw CLIError::usage("a path is empty");
   fs::path path = text;
@@ -28,7 +46,7 @@ std::unique_ptr<MailArchive> openArchive(const Arguments& arguments, Console& co
     throw CLIError::usage("missing archive path");
   }
   const fs::path path = standardizedPath(arguments.positional[0]);
-  auto archive = std::make_unique<MailArchive>(path, mode);
+  auto archive = opened(path, mode, console);
   if (archive->storage() != StorageAccess::writable) {
     console.err << "Note: " << printable(path.filename().native())
                 << " is kept where nothing can be written, so it is open read-only and nothing "

@@ -4,6 +4,7 @@
 
 #include "base/calendar.h"
 #include "store/archive_error.h"
+#include "store/content_erasure.h"
 #include "store/lost_messages.h"
 #include "store/rebuild_run.h"
 #include "store/restore_annotations.h"
@@ -28,6 +29,16 @@ std::int64_t highestNumber(MailArchive& archive, const JournalArrivals& arrivals
   return highest;
 }
 
+/// Whether nothing is missing but what was erased.
+bool isErasedAlone(MailArchive& archive, const JournalArrivals& arrivals,
+                   const UnprovedMessages& unproved) {
+  const auto erased = archive.keys().shreddedMessages();
+  return std::ranges::all_of(unproved, [&](const auto& message) {
+    const JournalArrival* const arrival = arrivals.find(message.first);
+    return arrival != nullptr && std::ranges::binary_search(erased, arrival->id);
+  });
+}
+
 void restoreContent(RebuildRun& run, const std::vector<std::int64_t>& packs) {
   MailArchive& archive = run.archive();
   RebuildProgress& progress = run.progress();
@@ -49,6 +60,11 @@ void restoreContent(RebuildRun& run, const std::vector<std::int64_t>& packs) {
                        "\"";
     }
     progress.skipped += static_cast<std::int64_t>(unproved.size());
+    // An erasure that was broken off is known by what it has left: attachments that nobody uses. So
+    // are those of a message that could not be read, and their keys must stay.
+    if (!unproved.empty() && isErasedAlone(archive, run.arrivals(), unproved)) {
+      noteUnfinishedErasure(archive);
+    }
     archive.catalog().commitBatch();
   } catch (...) {
     archive.catalog().rollbackBatch();
@@ -114,6 +130,7 @@ RebuildProgress rebuildCatalog(MailArchive& archive, const std::string& keptAs,
                             {"tags", std::to_string(progress.tags)}});
   noteJournalCommitted(archive);
   archive.installCatalog(keptAs);
+  if (completeErasures(archive)) archive.sealNow();
   return progress;
 }
 

@@ -48,6 +48,8 @@ ErasedContent shredContent(MailArchive& archive, std::span<const std::int64_t> i
                            const std::string& reason, const std::string& requester,
                            const ErasureRecorder& record = {});
 
+/// Has `completeErasures` look for what an erasure may have left undone.
+void noteUnfinishedErasure(MailArchive& archive);
 /// Completes what a crash has interrupted: an erasure is unfinished where the key database knows of
 /// it and the row is not blanked, or while the catalog's meta value "unfinished_erasure" is set.
 /// Journals each message so completed. Returns whether there was any. Throws as `shredContent`.

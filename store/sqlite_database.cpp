@@ -62,6 +62,13 @@ bool SQLiteError::isOutOfTime() const noexcept {
   return step != nullptr && (step->code & 0xff) == SQLITE_INTERRUPT;
 }
 
+bool SQLiteError::isDamage() const noexcept {
+  const auto* open = std::get_if<Open>(&reason_);
+  const auto* step = std::get_if<Step>(&reason_);
+  const int code = (open != nullptr ? open->code : step != nullptr ? step->code : 0) & 0xff;
+  return code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
+}
+
 LocalizedMessage SQLiteError::message() const {
   struct Words {
     LocalizedMessage operator()(const Open& r) const {

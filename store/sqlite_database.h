@@ -50,6 +50,8 @@ class SQLiteError final : public TranslatableError {
   bool isMediumFailure() const noexcept;
   /// Whether a fenced connection stopped the statement because its time was over.
   bool isOutOfTime() const noexcept;
+  /// Whether the file is no database, or a damaged one.
+  bool isDamage() const noexcept;
   LocalizedMessage message() const override;
 
  private:

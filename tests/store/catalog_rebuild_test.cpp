@@ -205,6 +205,31 @@ TEST(CatalogRebuild, bringsBackWhatWasThere) {
   }
 }
 
+TEST(CatalogRebuild, completesAnErasureThatACrashHasInterrupted) {
+  for (const bool isOtherUnreadable : {false, true}) {
+    SCOPED_TRACE(isOtherUnreadable ? "beside a damaged message" : "alone");
+    TestArchive archive(encrypting(), CompressionEffort::fast);
+    const Bytes erased = noise(9000, 1);
+    const Bytes other = noise(9000, 2);
+    archive.ingest({mailWithFiles(1, {{"a.bin", erased}}), mailWithFiles(2, {{"b.bin", other}})});
+    std::vector<std::string> hashes;
+    for (const Row& row : archive->catalog().database().query("SELECT hash FROM blob ORDER BY id"))
+      hashes.push_back(row.string("hash"));
+    archive->keys().shred(1, "Antrag", "Zoë");
+    const std::int64_t offset = archive->catalog().message(2)->packOffset.value();
+    archive.close();
+    if (isOtherUnreadable) {
+      Bytes pack = readFile(archive.path() / "packs/00000001.pack");
+      pack[static_cast<std::size_t>(offset) + kRecordHeaderBytes + 3] ^= 1;
+      writeFileAtomically(archive.path() / "packs/00000001.pack", pack);
+    }
+    rebuild(archive);
+    // Whose attachment it is cannot be told from the other's then.
+    EXPECT_EQ(archive->keys().blobKey(hashes[0], false).has_value(), isOtherUnreadable);
+    EXPECT_TRUE(archive->keys().blobKey(hashes[1], false));
+  }
+}
+
 TEST(CatalogRebuild, numbersWithoutAJournal) {
   for (const Kind& kind : kKinds) {
     SCOPED_TRACE(kind.name);
