@@ -1,0 +1,127 @@
+#include "tests/faults/corruption.h"
+
+#include <algorithm>
+#include <random>
+
+#include "base/digest.h"
+#include "base/file.h"
+#include "platform/immutable_flag.h"
+
+namespace ambervane {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// One thing that goes wrong with one file.
+class Damage {
+ public:
+  Damage(const fs::path& archive, std::uint64_t seed) : random_(seed) {
+    // Folders first, so that one with many files or long ones does not get all the damage.
+    std::map<std::string, std::vector<fs::path>> files;
+    for (const auto& entry : fs::recursive_directory_iterator(archive)) {
+      if (!entry.is_regular_file() || entry.file_size() == 0) continue;
+      const fs::path& path = entry.path();
+      files[path.parent_path().native() + path.extension().native()].push_back(path);
+    }
+    auto group = std::next(files.begin(), below(files.size()))->second;
+    std::ranges::sort(group);
+    path_ = group[static_cast<std::size_t>(below(group.size()))];
+    name_ = path_.lexically_relative(archive);
+  }
+
+  void inflict() {
+    Bytes bytes = readFile(path_);
+    const auto at = static_cast<std::size_t>(below(bytes.size()));
+    const std::size_t block = below(2) == 0 ? 512 : 4096;
+    switch (below(5)) {
+      case 0:
+        what_ = name_ + " cut to " + std::to_string(at);
+        bytes.resize(at);
+        break;
+      case 1: {
+        const std::size_t from = at / block * block;
+        const std::size_t size = std::min(block, bytes.size() - from);
+        const bool zeroes = below(2) == 0;
+        what_ = name_ + " overwritten with " + (zeroes ? "zeroes" : "noise") + " from " +
+                std::to_string(from) + ", " + std::to_string(size) + " bytes";
+        for (std::size_t i = from; i < from + size; ++i) {
+          bytes[i] = zeroes ? '\0' : static_cast<char>(below(256));
+        }
+        break;
+      }
+      default:
+        what_ = name_ + " one byte changed at " + std::to_string(at);
+        bytes[at] = static_cast<char>(bytes[at] ^ (1 + below(255)));
+    }
+    hasChanged_ = bytes != readFile(path_);
+    const bool wasImmutable = isImmutable(path_);
+    clearImmutable(path_);
+    // In place: the mode of the file is none of the damage.
+    const auto mode = fs::status(path_).permissions();
+    fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add);
+    fs::resize_file(path_, 0);
+    AppendFile::open(path_, 0600).append(bytes);
+    fs::permissions(path_, mode);
+    if (wasImmutable) setImmutable(path_);
+  }
+
+  long below(std::size_t limit) { return static_cast<long>(random_() % limit); }
+  const std::string& name() const { return name_; }
+  const std::string& what() const { return what_; }
+  bool hasChanged() const { return hasChanged_; }
+
+ private:
+  std::mt19937_64 random_;
+  fs::path path_;
+  std::string name_, what_;
+  bool hasChanged_ = false;
+};
+
+/// Whether any change to the file must be found. Of the others: a database has unused pages and
+/// bytes, "FORMAT.md" is written anew, "lock" says nothing, and the manifest's words are its own.
+bool mustBeNamed(const std::string& name) {
+  return name.starts_with("packs/") || name.starts_with("chain/") || name.starts_with("dict/") ||
+         name == "keys/master.key" || name == "keys/seal.key";
+}
+
+}  // namespace
+
+Problems judgeDamage(const Template& archive, std::uint64_t seed, std::string& what) {
+  Problems problems;
+  const ScratchFolder folder;
+  const fs::path place = folder / "a";
+  archive.copyTo(place);
+  Damage damage(place, seed);
+  damage.inflict();
+  what = damage.what();
+  const Program program(folder.path());
+
+  const auto run = [&](const std::vector<std::string>& words) {
+    const Outcome outcome = program.run(words);
+    if (outcome.signal != 0) problems.push_back(words.front() + " crashed: " + outcome.text());
+    if (!outcome.succeeded() && outcome.err.empty() && words.front() != "verify") {
+      problems.push_back(words.front() + " fails without a word");
+    }
+    return outcome;
+  };
+  const auto show = [&](const std::string& digest) {
+    const Outcome shown = run({"show", place, digest, "--raw"});
+    if (shown.succeeded() && sha256Hex(shown.out) != digest) {
+      problems.push_back("another message for " + digest);
+    }
+  };
+  const Outcome verified = run({"verify", place, "--deep"});
+  if (damage.hasChanged() && verified.succeeded() && mustBeNamed(damage.name())) {
+    problems.push_back("verify does not see it");
+  }
+  std::vector<std::string> digests(archive.holdings().messages.begin(),
+                                   archive.holdings().messages.end());
+  for (int i = 0; i < 3; ++i) show(digests[static_cast<std::size_t>(damage.below(digests.size()))]);
+  run({"search", place, "geheim" + std::to_string(1 + damage.below(8)) + "x"});
+  run({"stats", place});
+  run(archive.command({"import", "", {"import", "@", "@new"}}, place));
+  show(sha256Hex(corpusMail(static_cast<int>(9 + damage.below(12)))));
+  return problems;
+}
+
+}  // namespace ambervane
