@@ -24,6 +24,9 @@
 namespace ambervane {
 namespace {
 
+constexpr const char* kDictionaries =
+    "Dictionaries in the folder \"dict\" are missing or not those that mail was stored with (%@); "
+    "without them a lost catalog could not be rebuilt whole from the pack files";
 constexpr int kExpiringDays = 90;
 constexpr double kSecondsPerDay = 86'400;
 /// A seal with this many entries behind it anchors the journal no more.
@@ -354,6 +357,9 @@ void Verification::checkCatalog() {
   add(check_names::kCatalog, isSound ? Outcome::passed : Outcome::failed,
       Finding::CatalogDatabase{isSound ? std::string(Finding::databaseConsistent) : detail,
                                fileSystem, isRecoverable()});
+  if (const auto damaged = damagedDictionaries(archive_); !damaged.empty()) {
+    fail(check_names::kCatalog, Finding::Verbatim({{kDictionaries, {join(damaged, ", ")}}}));
+  }
   if (isNetworkVolume(db_.path())) fail(check_names::kStorage, Finding::NetworkVolume{fileSystem});
 }
 
