@@ -63,11 +63,10 @@ std::string escaped(const std::string& text) {
 
 std::string hashOf(const nlohmann::json& entry) {
   const std::string previous = entry.at("previousHash");
-  std::string payload = fmt::format("seq={}\nts={:.6f}\naction={}\nactor={}\nsubject={}\n",
-                                    entry.at("seq").get<std::int64_t>(),
-                                    entry.at("timestamp").get<double>(),
-                                    entry.at("action").get<std::string>(),
-                                    escaped(entry.at("actor")), escaped(entry.value("subject", "")));
+  std::string payload = fmt::format(
+      "seq={}\nts={:.6f}\naction={}\nactor={}\nsubject={}\n", entry.at("seq").get<std::int64_t>(),
+      entry.at("timestamp").get<double>(), entry.at("action").get<std::string>(),
+      escaped(entry.at("actor")), escaped(entry.value("subject", "")));
   for (const auto& [key, value] : entry.at("details").items()) {
     payload += "d." + escaped(key) + "=" + escaped(value) + "\n";
   }

@@ -46,16 +46,17 @@ class Campaign {
     const Trials& trials = trials_[random() % trials_.size()];
     Fault fault;
     fault.at = 1 + static_cast<long>(random() % static_cast<std::uint64_t>(trials.calls()));
-    // Half of all are cuts of the power, which have most ways to go.
+    // Half of all are cuts of the power, which have most ways to go, at the end not least.
     fault.kind = random() % 2 == 0 ? "power" : faultKinds()[random() % faultKinds().size()];
+    if (fault.kind == "power" && random() % 6 == 0) fault.at = trials.calls() + 100;
     fault.sticky = random() % 2 == 0;
     fault.seed = random() % 1'000'000'000;
     tryFault(trials, fault);
   }
 
   void tryFault(const Trials& trials, const Fault& fault) {
-    report("--scenario " + trials.name() + " " + fault.options(),
-           trials.call(fault.at), trials.run(fault));
+    report("--scenario " + trials.name() + " " + fault.options(), trials.call(fault.at),
+           trials.run(fault));
   }
 
   void damage(const std::string& kind, std::uint64_t seed) {

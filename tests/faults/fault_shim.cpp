@@ -3,7 +3,8 @@
 // short, lets the call fail, or cuts the power: what was not flushed by then is lost or torn.
 //
 //   AMBERVANE_FAULT_FOLDER  the folder, as a canonical path; without it nothing is done
-//   AMBERVANE_FAULT_AT      N, counted from 1; 0 or absent: only counted
+//   AMBERVANE_FAULT_AT      N, counted from 1; 0 or absent: only counted. Power that is to be cut
+//                           behind the last call is cut when the program has ended
 //   AMBERVANE_FAULT_KIND    kill | after | torn | power | short | an errno value
 //   AMBERVANE_FAULT_STICKY  "1": the calls behind the Nth fail as well
 //   AMBERVANE_FAULT_SEED    decides what of unflushed data survives, and where a write is torn
@@ -52,8 +53,10 @@ struct Plan {
 
   Plan() {
     const std::string text = setting("AMBERVANE_FAULT_KIND");
-    const std::pair<const char*, Kind> names[] = {{"kill", Kind::kill},   {"after", Kind::after},
-                                                  {"torn", Kind::torn},   {"power", Kind::power},
+    const std::pair<const char*, Kind> names[] = {{"kill", Kind::kill},
+                                                  {"after", Kind::after},
+                                                  {"torn", Kind::torn},
+                                                  {"power", Kind::power},
                                                   {"short", Kind::cut}};
     error = ::atoi(text.c_str());
     if (error > 0) kind = Kind::fail;
@@ -68,13 +71,14 @@ struct Plan {
   }
 };
 
+// Never destroyed: the program writes until its very end.
 Plan& plan() {
-  static Plan it;
+  static Plan& it = *new Plan;
   return it;
 }
 
 std::mutex& mutex() {
-  static std::mutex it;
+  static std::mutex& it = *new std::mutex;
   return it;
 }
 
@@ -106,8 +110,7 @@ bool isWatched(const std::string& path) {
 }
 
 int openRaw(const std::string& path, int flags, mode_t mode = 0600) {
-  return static_cast<int>(
-      ::syscall(SYS_openat, AT_FDCWD, path.c_str(), flags | O_CLOEXEC, mode));
+  return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path.c_str(), flags | O_CLOEXEC, mode));
 }
 
 std::string readRange(int descriptor, off_t from, off_t to) {
@@ -134,8 +137,8 @@ class Volatile {
     Change change;
     change.at = at;
     change.sizeBefore = sizeOf(descriptor);
-    change.before = readRange(descriptor, at, std::min(change.sizeBefore,
-                                                       at + static_cast<off_t>(size)));
+    change.before =
+        readRange(descriptor, at, std::min(change.sizeBefore, at + static_cast<off_t>(size)));
     change.after.assign(static_cast<const char*>(data), size);
     file(descriptor).changes.push_back(std::move(change));
   }
@@ -257,7 +260,7 @@ class Volatile {
 };
 
 Volatile* unflushed() {
-  static Volatile it;
+  static Volatile& it = *new Volatile;
   return plan().kind == Kind::power ? &it : nullptr;
 }
 
@@ -323,6 +326,12 @@ class Step {
   std::size_t allowed;
   int error = 0;
 };
+
+/// The power fails when all is said and done.
+__attribute__((destructor)) void cutPowerAtEnd() {
+  const std::lock_guard lock(mutex());
+  if (plan().at > 0 && unflushed() != nullptr) unflushed()->cutPower();
+}
 
 long refused(int error) {
   errno = error;
@@ -406,7 +415,9 @@ int moveFile(const char* from, const char* to) {
 }
 
 int removeFile(const char* name, int flags) {
-  const auto make = [&] { return static_cast<int>(::syscall(SYS_unlinkat, AT_FDCWD, name, flags)); };
+  const auto make = [&] {
+    return static_cast<int>(::syscall(SYS_unlinkat, AT_FDCWD, name, flags));
+  };
   if (plan().folder.empty()) return make();
   const std::string path = fullPath(name);
   struct stat info {};
@@ -469,9 +480,7 @@ int remove(const char* path) __THROW {
 }
 
 int mkdir(const char* name, mode_t mode) __THROW {
-  const auto make = [&] {
-    return static_cast<int>(::syscall(SYS_mkdirat, AT_FDCWD, name, mode));
-  };
+  const auto make = [&] { return static_cast<int>(::syscall(SYS_mkdirat, AT_FDCWD, name, mode)); };
   if (plan().folder.empty()) return make();
   const std::string path = fullPath(name);
   if (!isWatched(path)) return make();

@@ -27,8 +27,8 @@ std::span<const std::string> faultKinds();
 
 /// How a run of the program ended.
 struct Outcome {
-  int status = -1;  ///< its exit status; -1 when a signal ended it
-  int signal = 0;   ///< 0 when it came to an end of its own
+  int status = -1;      ///< its exit status; -1 when a signal ended it
+  int signal = 0;       ///< 0 when it came to an end of its own
   bool isHung = false;  ///< it had to be killed because it did not end
   std::string out, err;
   bool succeeded() const { return status == 0; }

@@ -32,7 +32,7 @@ constexpr Kind kKinds[] = {
     {.name = "packs", .regimes = "eu-gdpr,de-gobd", .maxPackBytes = 16000},
 };
 
-const std::vector<std::string> kApproved = {"--approved-by", "Carla", "--reason",
+const std::vector<std::string> kApproved = {"--approved-by", "Carla",     "--reason",
                                             "asked",         "--confirm", "DISPOSE"};
 
 std::vector<std::string> operator+(std::vector<std::string> words,
@@ -51,17 +51,12 @@ const Scenario kScenarios[] = {
     {"importTwice", "keys", {"import", "@", "@old", "--account", "second"}},
     {"seal", "plain", {"seal", "@"}},
     {"erase", "keys", {"erase", "@", "@id3", "--reason", "asked", "--requester", "Bert"}},
-    {"request",
-     "packs",
+    {"request", "packs",
      std::vector<std::string>{"request", "@", "--participant", "p2@example.com", "--participant",
                               "p3@example.com,p6@example.com,p8@example.com", "--erase"} +
          kApproved,
-     true,
-     "erasure approved"},
-    {"dispose",
-     "keys",
-     std::vector<std::string>{"retention", "@", "--dispose"} + kApproved,
-     true,
+     true, "erasure approved"},
+    {"dispose", "keys", std::vector<std::string>{"retention", "@", "--dispose"} + kApproved, true,
      "disposal approved"},
     {"tag", "plain", {"tag", "@", "--add", "Wichtig", "--query", "from:p"}},
     {"holdPlace",
@@ -77,13 +72,6 @@ const Scenario kScenarios[] = {
     {"control", "smallest", {"control", "@", "--by", "Anna"}},
     {"search", "keys", {"search", "@", "from:p2"}},
 };
-
-void writeMail(const fs::path& folder, int first, int last) {
-  createFolders(folder);
-  for (int i = first; i <= last; ++i) {
-    writeNewFile(folder / (std::to_string(100 + i) + ".eml"), corpusMail(i));
-  }
-}
 
 /// Runs what must go well.
 std::string need(const Program& program, const std::vector<std::string>& words) {
@@ -118,9 +106,9 @@ Bytes corpusMail(int number) {
            name + "\"\r\n\r\n" + wrappedBase64(content);
   };
   // An erased message keeps its Message-ID and its sender's address.
-  Bytes mail = "Message-ID: <m" + n + "@example.com>\r\nDate: Tue, " + std::to_string(1 + number) +
-               " Feb 2011 10:00:00 +0000\r\nFrom: p" + n + "@example.com\r\nTo: " + word +
-               "@example.org\r\nSubject: Betreff " + word +
+  Bytes mail = "Message-ID: <m" + n + "@example.com>\r\nDate: Tue, " +
+               std::to_string(1 + number % 28) + " Feb 2011 10:00:00 +0000\r\nFrom: p" + n +
+               "@example.com\r\nTo: " + word + "@example.org\r\nSubject: Betreff " + word +
                "\r\nMIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=\"b1\"\r\n\r\n"
                "--b1\r\nContent-Type: text/plain; charset=utf-8\r\n\r\nGuten Tag, " +
                word + "\r\n";
@@ -129,9 +117,16 @@ Bytes corpusMail(int number) {
   return mail + "--b1--\r\n";
 }
 
+void writeCorpus(const fs::path& folder, int first, int last) {
+  createFolders(folder);
+  for (int i = first; i <= last; ++i) {
+    AppendFile::open(folder / (std::to_string(10'000 + i) + ".eml"), 0600).append(corpusMail(i));
+  }
+}
+
 Templates::Templates() {
-  writeMail(folder_ / "old", 1, kOldMails);
-  writeMail(folder_ / "new", kFirstNew, kLastNew);
+  writeCorpus(folder_ / "old", 1, kOldMails);
+  writeCorpus(folder_ / "new", kFirstNew, kLastNew);
 }
 
 const Template& Templates::of(const std::string& kind) {
@@ -165,8 +160,8 @@ Template::Template(const Kind& kind, const fs::path& mail) : mail_(mail) {
   const auto catalog = SQLiteDatabase::reading(path() / "catalog.sqlite", "judge", false);
   names_["@hold"] = std::get<std::string>(*catalog->scalar("SELECT id FROM hold"));
   for (int i = 1; kind.hasMail && i <= kOldMails; ++i) {
-    names_["@id" + std::to_string(i)] = std::to_string(catalog->count(
-        "SELECT id FROM message WHERE sha256 = ?", {sha256Hex(corpusMail(i))}));
+    names_["@id" + std::to_string(i)] = std::to_string(
+        catalog->count("SELECT id FROM message WHERE sha256 = ?", {sha256Hex(corpusMail(i))}));
   }
 }
 
@@ -179,7 +174,8 @@ void Template::copyTo(const fs::path& place) const {
   }
 }
 
-std::vector<std::string> Template::command(const Scenario& scenario, const fs::path& archive) const {
+std::vector<std::string> Template::command(const Scenario& scenario,
+                                           const fs::path& archive) const {
   std::vector<std::string> words = scenario.words;
   for (std::string& word : words) {
     if (word == "@") word = archive;
@@ -249,7 +245,8 @@ class Trials::Trial {
   }
 
   void judgeEnd(const Outcome& outcome) {
-    if (outcome.isHung || (outcome.signal != 0 && (fault_.isError() || outcome.signal != SIGKILL))) {
+    if (outcome.isHung ||
+        (outcome.signal != 0 && (fault_.isError() || outcome.signal != SIGKILL))) {
       problems_.push_back("crashed: " + outcome.text());
     } else if (outcome.succeeded()) {
       // What is said to be done is done, by now and without help.
@@ -305,7 +302,8 @@ class Trials::Trial {
     auto failed = failedChecks(outcome.out);
     // A line torn by a crash stays where it is.
     if (mayTear()) failed.erase(check_names::kChain);
-    for (const std::string& check : failed) problems_.push_back("verify: " + check + "\n" + outcome.out);
+    for (const std::string& check : failed)
+      problems_.push_back("verify: " + check + "\n" + outcome.out);
   }
 
   const Scenario& scenario_;

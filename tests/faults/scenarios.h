@@ -64,6 +64,8 @@ class Template {
 /// takes words from.
 Bytes corpusMail(int number);
 std::string corpusWord(int number);
+/// Messages `first` to `last`, a file each.
+void writeCorpus(const std::filesystem::path& folder, int first, int last);
 
 /// One scenario: how the archive stood before, how it stands after an undisturbed run, and how many
 /// calls that run made.
