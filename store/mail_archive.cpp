@@ -19,6 +19,7 @@
 #include "store/archive_error.h"
 #include "store/content_erasure.h"
 #include "store/pack_format.h"
+#include "store/unkept_holds.h"
 
 namespace ambervane {
 namespace {
@@ -204,6 +205,10 @@ void MailArchive::prepareForWriting() {
     catalog_->bumpMutationGeneration();
     journal_->append(AuditAction::integrityVerified, "startup",
                      {{"swept_incomplete_rows", std::to_string(swept)}});
+  }
+  if (nameUnkeptHold(*this)) {
+    notices_.emplace_back(
+        "A change of a legal hold was interrupted and has no effect. Make it again.");
   }
   settleCurrentPack();
   try {

@@ -154,7 +154,7 @@ class Volatile {
     names_.erase(pathOf(descriptor));
     file(descriptor).changes.clear();
   }
-  void noteCreated(const std::string& path, bool isFolder = false) {
+  void noteCreated(const std::string& path, bool isFolder) {
     names_[folderOf(path)].push_back({isFolder ? Name::folder : Name::file, path, "", {}, 0});
   }
   /// `from` is empty for a removal.
@@ -361,44 +361,46 @@ ssize_t writeBytes(int descriptor, const void* data, std::size_t size, off_t at)
   return step.done(make(step.allowed));
 }
 
+/// Makes a call that changes the file at `path`; `note` tells the volatile state of it before.
+template <typename Make, typename Note>
+int change(const char* call, const std::string& path, Make make, Note note) {
+  if (!isWatched(path)) return make();
+  Step step(call, path);
+  if (step.error != 0) return static_cast<int>(refused(step.error));
+  if (Volatile* const kept = unflushed()) note(*kept);
+  return step.done(make());
+}
+
+bool isThere(const char* name) {
+  struct stat info {};
+  return ::lstat(name, &info) == 0;
+}
+
 int openFile(const char* name, int flags, mode_t mode) {
   const auto make = [&] {
     return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, name, flags, mode));
   };
   if (plan().folder.empty() || (flags & (O_CREAT | O_ACCMODE)) == 0) return make();
-  const std::string path = fullPath(name);
-  if (!isWatched(path)) return make();
-  struct stat info {};
-  const bool isNew = ::stat(name, &info) != 0;
+  const bool isNew = !isThere(name);
   if (isNew && (flags & O_CREAT) == 0) return make();
-  Step step(isNew ? "create" : "open", path);
-  if (step.error != 0) return static_cast<int>(refused(step.error));
-  const int descriptor = make();
-  if (Volatile* const kept = unflushed(); kept != nullptr && descriptor >= 0 && isNew) {
-    kept->noteCreated(path);
-  }
-  return step.done(descriptor);
+  const std::string path = fullPath(name);
+  return change(isNew ? "create" : "open", path, make, [&](Volatile& kept) {
+    if (isNew) kept.noteCreated(path, false);
+  });
 }
 
-int flushFile(int descriptor, int (*make)(int)) {
-  if (plan().folder.empty()) return make(descriptor);
-  const std::string path = pathOf(descriptor);
-  if (!isWatched(path)) return make(descriptor);
-  Step step("flush", path);
-  if (step.error != 0) return static_cast<int>(refused(step.error));
-  if (Volatile* const kept = unflushed()) kept->noteFlush(descriptor);
-  return step.done(make(descriptor));
+int flushFile(int descriptor, long number) {
+  const auto make = [&] { return static_cast<int>(::syscall(number, descriptor)); };
+  if (plan().folder.empty()) return make();
+  return change("flush", pathOf(descriptor), make,
+                [&](Volatile& kept) { kept.noteFlush(descriptor); });
 }
 
 int truncateFile(int descriptor, off_t size) {
   const auto make = [&] { return static_cast<int>(::syscall(SYS_ftruncate, descriptor, size)); };
   if (plan().folder.empty()) return make();
-  const std::string path = pathOf(descriptor);
-  if (!isWatched(path)) return make();
-  Step step("truncate", path);
-  if (step.error != 0) return static_cast<int>(refused(step.error));
-  if (Volatile* const kept = unflushed()) kept->noteTruncation(descriptor, size);
-  return step.done(make());
+  return change("truncate", pathOf(descriptor), make,
+                [&](Volatile& kept) { kept.noteTruncation(descriptor, size); });
 }
 
 int moveFile(const char* from, const char* to) {
@@ -407,27 +409,26 @@ int moveFile(const char* from, const char* to) {
   };
   if (plan().folder.empty()) return make();
   const std::string path = fullPath(to);
-  if (!isWatched(path)) return make();
-  Step step("rename", path);
-  if (step.error != 0) return static_cast<int>(refused(step.error));
-  if (Volatile* const kept = unflushed()) kept->noteReplaced(fullPath(from), path);
-  return step.done(make());
+  return change("rename", path, make,
+                [&](Volatile& kept) { kept.noteReplaced(fullPath(from), path); });
 }
 
 int removeFile(const char* name, int flags) {
   const auto make = [&] {
     return static_cast<int>(::syscall(SYS_unlinkat, AT_FDCWD, name, flags));
   };
-  if (plan().folder.empty()) return make();
+  if (plan().folder.empty() || !isThere(name)) return make();
   const std::string path = fullPath(name);
-  struct stat info {};
-  if (!isWatched(path) || ::lstat(name, &info) != 0) return make();
-  Step step("remove", path);
-  if (step.error != 0) return static_cast<int>(refused(step.error));
-  if (Volatile* const kept = unflushed(); kept != nullptr && flags == 0) {
-    kept->noteReplaced("", path);
-  }
-  return step.done(make());
+  return change("remove", path, make, [&](Volatile& kept) {
+    if (flags == 0) kept.noteReplaced("", path);
+  });
+}
+
+int makeFolder(const char* name, mode_t mode) {
+  const auto make = [&] { return static_cast<int>(::syscall(SYS_mkdirat, AT_FDCWD, name, mode)); };
+  if (plan().folder.empty() || isThere(name)) return make();
+  const std::string path = fullPath(name);
+  return change("mkdir", path, make, [&](Volatile& kept) { kept.noteCreated(path, true); });
 }
 
 }  // namespace
@@ -462,13 +463,8 @@ ssize_t writev(int descriptor, const struct iovec* parts, int count) {
 int ftruncate(int descriptor, off_t size) __THROW { return truncateFile(descriptor, size); }
 int ftruncate64(int descriptor, off_t size) __THROW __attribute__((alias("ftruncate")));
 
-int fsync(int descriptor) {
-  return flushFile(descriptor, [](int fd) { return static_cast<int>(::syscall(SYS_fsync, fd)); });
-}
-int fdatasync(int descriptor) {
-  return flushFile(descriptor,
-                   [](int fd) { return static_cast<int>(::syscall(SYS_fdatasync, fd)); });
-}
+int fsync(int descriptor) { return flushFile(descriptor, SYS_fsync); }
+int fdatasync(int descriptor) { return flushFile(descriptor, SYS_fdatasync); }
 
 int rename(const char* from, const char* to) __THROW { return moveFile(from, to); }
 int unlink(const char* path) __THROW { return removeFile(path, 0); }
@@ -478,19 +474,6 @@ int remove(const char* path) __THROW {
   const bool isFolder = ::lstat(path, &info) == 0 && S_ISDIR(info.st_mode);
   return removeFile(path, isFolder ? AT_REMOVEDIR : 0);
 }
-
-int mkdir(const char* name, mode_t mode) __THROW {
-  const auto make = [&] { return static_cast<int>(::syscall(SYS_mkdirat, AT_FDCWD, name, mode)); };
-  if (plan().folder.empty()) return make();
-  const std::string path = fullPath(name);
-  if (!isWatched(path)) return make();
-  Step step("mkdir", path);
-  if (step.error != 0) return static_cast<int>(refused(step.error));
-  const int result = make();
-  if (Volatile* const kept = unflushed(); kept != nullptr && result == 0) {
-    kept->noteCreated(path, true);
-  }
-  return step.done(result);
-}
+int mkdir(const char* name, mode_t mode) __THROW { return makeFolder(name, mode); }
 
 }  // extern "C"

@@ -3,10 +3,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <random>
@@ -47,7 +50,7 @@ void tryAll(long count, const std::function<std::pair<std::string, Problems>(lon
 class Scenarios : public testing::TestWithParam<Scenario> {};
 
 TEST_P(Scenarios, surviveFaults) {
-  constexpr long kTrialsPerKind = 5;
+  constexpr long kTrialsPerKind = 3;
   const Trials trials(GetParam(), templates().of(GetParam().kind));
   std::vector<Fault> faults;
   std::mt19937_64 random(1);

@@ -217,6 +217,11 @@ class Trials::Trial {
     judgeEnd(program_.run(words, fault_, place_));
     if (!problems_.empty()) return problems_;
 
+    // A reader may be the first to come, and repairs nothing.
+    if (fault_.seed % 2 == 0) {
+      const Outcome found = program_.run({"search", place_, corpusWord(2)});
+      if (!found.succeeded()) problems_.push_back("search: " + found.text());
+    }
     const Outcome repaired = program_.run({"seal", place_});
     if (!repaired.succeeded()) return {"repair: " + repaired.text()};
     const Holdings now = judgeState("repaired");
