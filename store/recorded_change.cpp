@@ -3,9 +3,21 @@
 #include <exception>
 #include <string>
 
+#include "base/text.h"
 #include "store/archive_error.h"
 
 namespace ambervane {
+namespace {
+
+/// In the catalog's meta table: the journal's count when the last change was kept.
+constexpr const char* kKeptKey = "recorded_change";
+
+}  // namespace
+
+bool RecordedChange::isKnownUnkept(MailArchive& archive, std::int64_t entry) {
+  const auto kept = parseInteger(archive.catalog().meta(kKeptKey).value_or(""));
+  return kept && entry > *kept;
+}
 
 RecordedChange::RecordedChange(MailArchive& archive) : archive_(archive) {
   if (archive.readOnly()) throw ArchiveError(ArchiveError::ReadOnly{});
@@ -18,6 +30,7 @@ RecordedChange::RecordedChange(MailArchive& archive) : archive_(archive) {
 
 void RecordedChange::finish() {
   if (!isNested_) {
+    archive_.catalog().setMeta(kKeptKey, std::to_string(archive_.journal().count()));
     archive_.journal().endBatch();
     archive_.catalog().commitBatch();
   }

@@ -22,6 +22,10 @@ class RecordedChange {
   /// Throws FileError, SQLiteError; nothing is in the catalog then.
   void finish();
 
+  /// Whether the journal's entry of this number stands behind the last change that was kept: what
+  /// it tells of was not kept, if it is a change at all. False where the catalog cannot tell.
+  static bool isKnownUnkept(MailArchive& archive, std::int64_t entry);
+
  private:
   MailArchive& archive_;
   std::int64_t entriesBefore_ = 0;

@@ -4,6 +4,7 @@
 
 #include "store/catalog_holds.h"
 #include "store/mail_archive.h"
+#include "store/recorded_change.h"
 
 namespace ambervane {
 namespace {
@@ -14,10 +15,12 @@ bool isReaders(AuditAction action) {
          action == AuditAction::messageExported;
 }
 
-/// Whether the catalog knows of what the entry tells; so it does of all but holds.
+/// Whether the change that the entry tells of was kept, as all are but a hold's that was
+/// interrupted. What was kept and has gone since is for a verification to find.
 bool isKept(MailArchive& archive, const AuditEntry& entry) {
   const bool isPlaced = entry.action == AuditAction::legalHoldPlaced;
   if (!isPlaced && entry.action != AuditAction::legalHoldReleased) return true;
+  if (!RecordedChange::isKnownUnkept(archive, entry.seq)) return true;
   const auto hold = CatalogHolds(archive.catalog()).hold(entry.subject.value_or(""));
   return hold && (isPlaced || !hold->isActive());
 }
