@@ -135,6 +135,7 @@ int runCampaign(const Arguments& arguments) {
 }  // namespace ambervane
 
 int main(int argc, char** argv) {
+  ambervane::preferMemory();
   std::vector<std::string> words(argv + 1, argv + argc);
   words.insert(words.begin(), "campaign");
   return ambervane::runCampaign(ambervane::Arguments::parse(words));

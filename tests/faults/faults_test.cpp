@@ -16,6 +16,7 @@
 
 #include "base/digest.h"
 #include "base/file.h"
+#include "compliance/check_names.h"
 #include "tests/faults/corruption.h"
 #include "tests/faults/scenarios.h"
 
@@ -30,6 +31,8 @@ Templates& templates() {
   static Templates all;
   return all;
 }
+
+[[maybe_unused]] const bool kInMemory = (preferMemory(), true);
 
 /// Calls `body` with 0 to `count` - 1, two at a time, and reports what it says is wrong.
 void tryAll(long count, const std::function<std::pair<std::string, Problems>(long)>& body) {
@@ -50,7 +53,7 @@ void tryAll(long count, const std::function<std::pair<std::string, Problems>(lon
 class Scenarios : public testing::TestWithParam<Scenario> {};
 
 TEST_P(Scenarios, surviveFaults) {
-  constexpr long kTrialsPerKind = 3;
+  constexpr long kTrialsPerKind = 2;
   const Trials trials(GetParam(), templates().of(GetParam().kind));
   std::vector<Fault> faults;
   std::mt19937_64 random(1);
@@ -107,7 +110,7 @@ TEST(Creation, leavesNothingOrAnArchive) {
       const Outcome verified = program.run({"verify", place, "--deep"});
       const bool mayTear = fault.kind == "torn" || fault.kind == "power" || fault.kind == "short";
       for (const std::string& check : failedChecks(verified.out)) {
-        if (!mayTear || check != "Audit chain") problems.push_back(verified.out);
+        if (!mayTear || check != check_names::kChain) problems.push_back(verified.out);
       }
       for (const std::string& stray : judgeTidiness(place)) problems.push_back(stray);
     }
@@ -287,11 +290,14 @@ class OwnDisk : public Busy {
       // full
     }
   }
-  void expectAsBefore(const Holdings& before) const {
+  /// `mayTear`: a line of the journal may have been cut off by the end of the disk.
+  void expectAsBefore(const Holdings& before, bool mayTear) const {
     EXPECT_TRUE(onDisk({"seal", "@"}).succeeded());
-    const Outcome verified = onDisk({"verify", "@", "--deep"});
-    EXPECT_TRUE(verified.succeeded()) << verified.out << verified.err;
+    auto failed = failedChecks(onDisk({"verify", "@", "--deep"}).out);
+    if (mayTear) failed.erase(check_names::kChain);
+    EXPECT_THAT(failed, IsEmpty());
     EXPECT_THAT(judgeMessages(onDisk_), IsEmpty());
+    EXPECT_THAT(judgeChain(onDisk_, mayTear), IsEmpty());
     EXPECT_THAT(judgeTidiness(onDisk_), IsEmpty());
     EXPECT_EQ(readHoldings(onDisk_).facts, before.facts);
   }
@@ -316,7 +322,7 @@ TEST_F(OwnDisk, full) {
     EXPECT_THAT(outcome.err, testing::ContainsRegex("error: .*(space|full|disk)")) << words.front();
   }
   fs::remove(disk_ / "ballast");
-  expectAsBefore(template_.holdings());
+  expectAsBefore(template_.holdings(), true);
 }
 
 TEST_F(OwnDisk, fillsUpInMidRun) {
@@ -328,7 +334,7 @@ TEST_F(OwnDisk, fillsUpInMidRun) {
   EXPECT_THAT(outcome.err, HasSubstr("once the cause is removed, import the same source again"));
   fs::remove(disk_ / "ballast");
   EXPECT_TRUE(onDisk({"import", "@", folder_ / "many"}).succeeded());
-  expectAsBefore(readHoldings(onDisk_));
+  expectAsBefore(readHoldings(onDisk_), true);
 }
 
 TEST_F(OwnDisk, becomesReadOnly) {
@@ -340,7 +346,7 @@ TEST_F(OwnDisk, becomesReadOnly) {
   EXPECT_EQ(imported.status, 1);
   EXPECT_THAT(imported.err, HasSubstr("error: The archive is open read-only"));
   ASSERT_EQ(::mount("tmpfs", disk_.c_str(), "tmpfs", MS_REMOUNT, kDisk), 0);
-  expectAsBefore(template_.holdings());
+  expectAsBefore(template_.holdings(), false);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <stdlib.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,6 +31,13 @@ std::vector<char*> pointers(std::vector<std::string>& words) {
 }
 
 }  // namespace
+
+void preferMemory() {
+  constexpr std::uintmax_t kRoom = std::uintmax_t{512} << 20;
+  std::error_code none;
+  const auto space = fs::space("/dev/shm", none);
+  if (!none && space.available >= kRoom) ::setenv("TMPDIR", "/dev/shm", 0);
+}
 
 std::span<const std::string> faultKinds() {
   static const std::string kKinds[] = {"kill",

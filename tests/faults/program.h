@@ -9,6 +9,10 @@
 
 namespace ambervane {
 
+/// Lets scratch folders be made in memory where there is room for them and nobody has said
+/// otherwise: flushing to a disk is what trials would spend their time on.
+void preferMemory();
+
 /// What happens to the program at one call that changes the archive's files; `fault_shim.cpp`
 /// explains the kinds.
 struct Fault {
