@@ -19,7 +19,7 @@
 #include "store/archive_error.h"
 #include "store/content_erasure.h"
 #include "store/pack_format.h"
-#include "store/unkept_holds.h"
+#include "store/unkept_changes.h"
 
 namespace ambervane {
 namespace {
@@ -206,9 +206,8 @@ void MailArchive::prepareForWriting() {
     journal_->append(AuditAction::integrityVerified, "startup",
                      {{"swept_incomplete_rows", std::to_string(swept)}});
   }
-  if (nameUnkeptHold(*this)) {
-    notices_.emplace_back(
-        "A change of a legal hold was interrupted and has no effect. Make it again.");
+  if (nameUnkeptChange(*this)) {
+    notices_.emplace_back("The last change was interrupted and has no effect. Make it again.");
   }
   settleCurrentPack();
   try {

@@ -29,8 +29,8 @@ RecordedChange::RecordedChange(MailArchive& archive) : archive_(archive) {
 }
 
 void RecordedChange::finish() {
+  archive_.catalog().setMeta(kKeptKey, std::to_string(archive_.journal().count()));
   if (!isNested_) {
-    archive_.catalog().setMeta(kKeptKey, std::to_string(archive_.journal().count()));
     archive_.journal().endBatch();
     archive_.catalog().commitBatch();
   }

@@ -308,8 +308,10 @@ class Trials::Trial {
     auto failed = failedChecks(outcome.out);
     // A line torn by a crash stays where it is.
     if (mayTear()) failed.erase(check_names::kChain);
-    // Messages that a crash took away are missing until they are imported again.
-    if (when == "repaired" && scenario_.words.front() == "import") {
+    // Messages that a crash took away are missing until they are imported again, and the dates of a
+    // new policy wait for the next command that has to do with it.
+    const std::string& command = scenario_.words.front();
+    if (when == "repaired" && (command == "import" || command == "policy")) {
       failed.erase(check_names::kHoldings);
     }
     for (const std::string& check : failed) {

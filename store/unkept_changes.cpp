@@ -1,8 +1,7 @@
-#include "store/unkept_holds.h"
+#include "store/unkept_changes.h"
 
 #include <string>
 
-#include "store/catalog_holds.h"
 #include "store/mail_archive.h"
 #include "store/recorded_change.h"
 
@@ -15,26 +14,36 @@ bool isReaders(AuditAction action) {
          action == AuditAction::messageExported;
 }
 
-/// Whether the change that the entry tells of was kept, as all are but a hold's that was
-/// interrupted. What was kept and has gone since is for a verification to find.
-bool isKept(MailArchive& archive, const AuditEntry& entry) {
-  const bool isPlaced = entry.action == AuditAction::legalHoldPlaced;
-  if (!isPlaced && entry.action != AuditAction::legalHoldReleased) return true;
-  if (!RecordedChange::isKnownUnkept(archive, entry.seq)) return true;
-  const auto hold = CatalogHolds(archive.catalog()).hold(entry.subject.value_or(""));
-  return hold && (isPlaced || !hold->isActive());
+/// Whether the entry is always part of a `RecordedChange`, and the only entry of it.
+bool isRecordedChange(const AuditEntry& entry) {
+  switch (entry.action) {
+    case AuditAction::legalHoldPlaced:
+    case AuditAction::legalHoldReleased:
+    case AuditAction::noteAdded:
+    case AuditAction::noteEdited:
+    case AuditAction::noteRemoved:
+    case AuditAction::smartFolderSaved:
+    case AuditAction::smartFolderDeleted:
+      return true;
+    case AuditAction::retentionApplied:
+      return entry.subject == "reclassify" || entry.subject == "retention dates";
+    default:
+      return false;
+  }
 }
 
 }  // namespace
 
-bool nameUnkeptHold(MailArchive& archive) {
+bool nameUnkeptChange(MailArchive& archive) {
   std::size_t looked = 0;
   for (std::size_t count = 1;; count *= 8) {
     const auto entries = archive.journal().recent(count);
     for (; looked < entries.size(); ++looked) {
       const AuditEntry& entry = entries[looked];
       if (isReaders(entry.action)) continue;
-      if (isKept(archive, entry)) return false;
+      if (!isRecordedChange(entry) || !RecordedChange::isKnownUnkept(archive, entry.seq)) {
+        return false;
+      }
       const std::string seq = std::to_string(entry.seq);
       archive.journal().append(
           AuditAction::integrityFailed, "catalog",
