@@ -173,6 +173,10 @@ class Volatile {
 
   /// Leaves the folder as a machine finds it that lost its power now.
   void cutPower() {
+    // Other threads may look at what is cut off from mapped files; they have no power either.
+    ::signal(SIGBUS, [](int) {
+      for (;;) ::pause();
+    });
     const bool losesAll = chosen(4) == 0;
     for (auto& [inode, each] : files_) settle(each, losesAll);
     for (auto& [folder, names] : names_) {
