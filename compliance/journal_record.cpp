@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "base/text.h"
+#include "store/unkept_changes.h"
 
 namespace ambervane {
 namespace {
@@ -47,7 +48,7 @@ JournalRecord::JournalRecord(const AuditJournal& journal, std::optional<std::int
     if (entry.action == AuditAction::messageIngested) {
       takeArrival(entry);
     } else if (entry.action == AuditAction::integrityFailed) {
-      takeBroken(entry);
+      if (const auto range = unkeptEntries(entry)) broken_.emplace_back(range->first, range->last);
     } else if (entry.action == AuditAction::messageErased && rawDigest(subjectOf(entry))) {
       erasures.emplace_back(*rawDigest(subjectOf(entry)), entry.seq);
     } else if (isOnTheArchive(entry.action)) {
@@ -138,19 +139,6 @@ void JournalRecord::takeLost(const AuditEntry& entry) {
     --unnamed;
   }
   if (first && unnamed > 0) crashes_.push_back({entry.seq, *first, unnamed});
-}
-
-/// "entries 12 to 40 belong to a batch that was not kept; ..." of a run, "entries 12 to 12 tell
-/// of a change that was not kept" of the catalog.
-void JournalRecord::takeBroken(const AuditEntry& entry) {
-  constexpr std::array<std::string_view, 4> kSubjects = {"import", "sync", "merge", "catalog"};
-  if (std::ranges::find(kSubjects, subjectOf(entry)) == kSubjects.end()) return;
-  const auto words = splitOmittingEmpty(detail(entry, "note"), " ");
-  if (words.size() < 5 || words[0] != "entries" || words[2] != "to") return;
-  if (words[4] != "belong" && words[4] != "tell") return;
-  const auto first = parseInteger(words[1]);
-  const auto last = parseInteger(words[3]);
-  if (first && last && *last < entry.seq) broken_.emplace_back(*first, *last);
 }
 
 /// An approved list is recorded before it is worked through and again at its end, by number; one

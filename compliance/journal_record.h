@@ -109,7 +109,6 @@ class JournalRecord {
   void take(const AuditEntry& entry);
   void takeArrival(const AuditEntry& entry);
   void takeLost(const AuditEntry& entry);
-  void takeBroken(const AuditEntry& entry);
   void takeApproval(const AuditEntry& entry, const std::string& kind);
   void takeRetention(const AuditEntry& entry);
   void takePolicy(const AuditEntry& entry);

@@ -1,5 +1,7 @@
 #include "compliance/sidecar_coverage.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <functional>
@@ -7,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "base/file.h"
 #include "store/recovery_index.h"
 
 namespace ambervane {
@@ -59,6 +62,18 @@ bool recoveryIndexCoverage(MailArchive& archive) {
         return covered;
       });
   return covered;
+}
+
+std::vector<std::string> damagedDictionaries(MailArchive& archive) {
+  std::vector<std::string> damaged;
+  Catalog& catalog = archive.catalog();
+  for (const Row& row : catalog.database().query("SELECT id FROM dictionary ORDER BY id")) {
+    const auto id = static_cast<std::uint16_t>(row.integer("id"));
+    const std::string name = fmt::format("{:05}.dict", id);
+    const auto file = readFileIfPossible(archive.url() / "dict" / name);
+    if (file != catalog.dictionary(id)) damaged.push_back(name);
+  }
+  return damaged;
 }
 
 }  // namespace ambervane

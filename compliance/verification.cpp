@@ -20,6 +20,7 @@
 #include "platform/immutable_flag.h"
 #include "platform/volume.h"
 #include "store/key_error.h"
+#include "store/pack_format.h"
 
 namespace ambervane {
 namespace {
@@ -28,6 +29,17 @@ constexpr int kExpiringDays = 90;
 constexpr double kSecondsPerDay = 86'400;
 /// A seal with this many entries behind it anchors the journal no more.
 constexpr std::int64_t kSealReach = 500'000;
+
+/// What is wrong with the first bytes of a pack file; empty when nothing is.
+std::string headerFault(const std::filesystem::path& path) {
+  Bytes header(kPackMagic);
+  header.resize(kPackHeaderBytes, '\0');
+  try {
+    return MappedFile::open(path)->bytes().starts_with(header) ? "" : "not a pack file";
+  } catch (const FileError& error) {
+    return error.what();
+  }
+}
 
 /// Thrown between two steps when the caller wants no more.
 struct Cancelled {};
@@ -223,13 +235,20 @@ void Verification::checkSealCurrency() {
 void Verification::checkPackDigests() {
   enter("Re-hashing pack files");
   auto packs = archive_.catalog().packs();
-  std::erase_if(packs, [](const PackRow& pack) { return !pack.sha256; });
-  if (packs.empty()) {
+  std::vector<std::string> changed;
+  // Of a pack still written to no digest is known; but one that does not begin as packs do would be
+  // passed over when the catalog is rebuilt.
+  std::erase_if(packs, [&](const PackRow& pack) {
+    if (pack.sha256) return false;
+    const std::string fault = headerFault(archive_.packs().packURL(pack.id));
+    if (!fault.empty()) changed.push_back(PackStore::packName(pack.id) + ": " + fault);
+    return true;
+  });
+  if (packs.empty() && changed.empty()) {
     pass(check_names::kPackDigests, Finding::Fixed::noPackSealedYet);
     return;
   }
   // One reader cannot keep a fast disk busy; a few at a time, begun in order, can.
-  std::vector<std::string> changed;
   std::deque<std::future<std::string>> running;
   std::size_t begun = 0;
   ThreadPool pool(ThreadPool::processorCount());
@@ -354,6 +373,9 @@ void Verification::checkCatalog() {
   add(check_names::kCatalog, isSound ? Outcome::passed : Outcome::failed,
       Finding::CatalogDatabase{isSound ? std::string(Finding::databaseConsistent) : detail,
                                fileSystem, isRecoverable()});
+  if (const auto damaged = damagedDictionaries(archive_); !damaged.empty()) {
+    fail(check_names::kCatalog, Finding::Verbatim({{kDamagedDictionaries, {join(damaged, ", ")}}}));
+  }
   if (isNetworkVolume(db_.path())) fail(check_names::kStorage, Finding::NetworkVolume{fileSystem});
 }
 

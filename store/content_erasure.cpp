@@ -117,9 +117,7 @@ std::map<std::string, std::string> erasureDetails(std::int64_t id, const std::st
           {"attachments_erased", std::to_string(attachmentKeys)}};
 }
 
-void noteUnfinishedErasure(MailArchive& archive) {
-  archive.catalog().setMeta(kUnfinishedKey, "1");
-}
+void noteUnfinishedErasure(MailArchive& archive) { archive.catalog().setMeta(kUnfinishedKey, "1"); }
 
 bool completeErasures(MailArchive& archive) {
   const auto unblanked = unblankedMessages(archive);

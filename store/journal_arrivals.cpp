@@ -4,13 +4,13 @@
 #include <iterator>
 
 #include "base/text.h"
+#include "store/unkept_changes.h"
 
 namespace ambervane {
 
 JournalArrivals::JournalArrivals(const AuditJournal& journal) {
-  journal.forEachEntry([this](const AuditEntry& entry) {
+  forEachKeptEntry(journal, [this](const AuditEntry& entry) {
     if (entry.action == AuditAction::messageIngested) take(entry);
-    return true;
   });
   keepLastOfEachDigest();
   keepLastOfEachID();

@@ -38,6 +38,10 @@ void noteJournalCommitted(MailArchive& archive) {
   archive.catalog().setMeta(kCommittedKey, std::to_string(archive.journal().count()));
 }
 
+std::optional<std::int64_t> journalCommitted(MailArchive& archive) {
+  return parseInteger(archive.catalog().meta(kCommittedKey).value_or(""));
+}
+
 std::int64_t nameLostMessages(MailArchive& archive) {
   Catalog& catalog = archive.catalog();
   std::vector<std::string> lost = catalog.unplacedMessages();
@@ -45,7 +49,7 @@ std::int64_t nameLostMessages(MailArchive& archive) {
   if (swept > 0) catalog.bumpMutationGeneration();
 
   // A catalog from before the note was kept is taken at its word.
-  const auto committed = parseInteger(catalog.meta(kCommittedKey).value_or(""));
+  const auto committed = journalCommitted(archive);
   const std::int64_t passed = committed ? archive.journal().count() - *committed : 0;
   if (passed > 0) std::ranges::move(withoutRow(archive, *committed), std::back_inserter(lost));
   std::set<std::string> seen;

@@ -21,6 +21,7 @@
 #include "store/content_erasure.h"
 #include "store/lost_messages.h"
 #include "store/pack_format.h"
+#include "store/unkept_changes.h"
 
 namespace ambervane {
 namespace {
@@ -233,6 +234,9 @@ ContentKeyStore& MailArchive::keys() {
 void MailArchive::prepareForWriting() {
   removeTemporaryFiles();
   createFolders(url_ / "export");
+  if (nameUnkeptChange(*this)) {
+    notices_.emplace_back("The last change was interrupted and has no effect. Make it again.");
+  }
   dictionaries_->prepareForWriting();
   if (const std::int64_t lost = nameLostMessages(*this); lost > 0) {
     notices_.push_back(

@@ -72,9 +72,7 @@ std::string MergeAccounts::uniqueAccountName(const std::string& sourceName) cons
   return unique;
 }
 
-std::string MergeAccounts::record() const {
-  return compactJson(names_);
-}
+std::string MergeAccounts::record() const { return compactJson(names_); }
 
 std::map<std::int64_t, MailboxRef> MergeAccounts::make() {
   Catalog& catalog = target_.catalog();

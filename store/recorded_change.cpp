@@ -4,9 +4,9 @@
 #include <string>
 
 #include "store/archive_error.h"
+#include "store/lost_messages.h"
 
 namespace ambervane {
-
 RecordedChange::RecordedChange(MailArchive& archive) : archive_(archive) {
   if (archive.readOnly()) throw ArchiveError(ArchiveError::ReadOnly{});
   isNested_ = archive.catalog().batchDepth() > 0;
@@ -17,6 +17,7 @@ RecordedChange::RecordedChange(MailArchive& archive) : archive_(archive) {
 }
 
 void RecordedChange::finish() {
+  noteJournalCommitted(archive_);
   if (!isNested_) {
     archive_.journal().endBatch();
     archive_.catalog().commitBatch();

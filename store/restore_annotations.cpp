@@ -5,6 +5,7 @@
 
 #include "base/json.h"
 #include "store/catalog_annotations.h"
+#include "store/unkept_changes.h"
 
 namespace ambervane {
 namespace {
@@ -37,12 +38,7 @@ bool isPolicyChange(const AuditEntry& entry, std::string_view subject, std::stri
 /// Hands every entry to `take` inside one transaction, then counts the rows of `table`.
 std::int64_t replay(const AuditJournal& journal, Catalog& into, const std::string& table,
                     const std::function<void(const AuditEntry&)>& take) {
-  into.atomically([&] {
-    journal.forEachEntry([&take](const AuditEntry& entry) {
-      take(entry);
-      return true;
-    });
-  });
+  into.atomically([&] { forEachKeptEntry(journal, take); });
   return into.database().count("SELECT COUNT(*) FROM " + table);
 }
 

@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "store/catalog_holds.h"
 #include "store/hold_application.h"
+#include "store/unkept_changes.h"
 
 namespace ambervane {
 namespace {
@@ -45,7 +46,7 @@ RestoredHold placedHold(const AuditEntry& entry) {
 std::vector<RestoredHold> recordedHolds(const AuditJournal& journal) {
   std::vector<RestoredHold> holds;
   std::map<std::string, std::size_t> byID;
-  journal.forEachEntry([&](const AuditEntry& entry) {
+  forEachKeptEntry(journal, [&](const AuditEntry& entry) {
     const std::string id = entry.subject.value_or("");
     const auto known = byID.find(id);
     if (entry.action == AuditAction::legalHoldPlaced && !id.empty()) {
@@ -58,7 +59,6 @@ std::vector<RestoredHold> recordedHolds(const AuditJournal& journal) {
     } else if (entry.action == AuditAction::legalHoldReleased && known != byID.end()) {
       holds[known->second].hold.releasedAt = entry.timestamp;
     }
-    return true;
   });
   return holds;
 }

@@ -108,6 +108,15 @@ TEST(DamageLibrary, sealedPacks) {
        [](auto& a) { rewrite(a.pack(1), [](Bytes& b) { b += '\0'; }); },
        {kDigest + "1.pack: digest changed"},
        ""},
+      {"headerOfTheOneNotSealed",
+       [](auto& a) { flip(a.pack(2), 9); },
+       {kDigest + "2.pack: not a pack file"},
+       ""},
+      {"dictionary",
+       [](auto& a) { flip(a.path() / "dict" / "00001.dict", 100); },
+       {"Catalog database: Dictionaries in the folder \"dict\" are missing or not those that mail "
+        "was stored with (00001.dict)"},
+       ""},
   };
   for (const auto& c : kCases) {
     expectFaults(c.name, ComplianceRegime::germanGoBD, true, c.damage, c.failed, kRecoverable,

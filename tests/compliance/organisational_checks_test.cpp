@@ -11,6 +11,7 @@
 #include "compliance/disposal_approval.h"
 #include "compliance/holdings.h"
 #include "compliance/holds.h"
+#include "compliance/sidecar_coverage.h"
 #include "evidence/sync_schedule.h"
 #include "store/archive_error.h"
 #include "tests/support/test_archive.h"
@@ -184,7 +185,8 @@ std::set<std::string> allTexts() {
                                  "unsigned or the signature does not verify",
                                  "ad-hoc signature — no identity behind it",
                                  "signed, authority unavailable",
-                                 "Apple Development certificate"};
+                                 "Apple Development certificate",
+                                 kDamagedDictionaries};
   for (const Finding& finding : allFindings()) texts.insert(finding.message().format);
   for (const auto& list : {reportWords(), holdingsWords(), retentionWords()})
     texts.insert(list.begin(), list.end());
