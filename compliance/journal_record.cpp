@@ -216,8 +216,8 @@ void JournalRecord::takeSeal(const AuditEntry& entry) {
 }
 
 std::span<const Arrival> JournalRecord::arrivalsOf(const RawDigest& digest) const {
-  const auto [first, last] = std::ranges::equal_range(arrivals_, digest, {}, &Arrival::digest);
-  return {first, last};
+  const auto first = std::ranges::lower_bound(arrivals_, digest, {}, &Arrival::digest);
+  return {first, std::ranges::upper_bound(first, arrivals_.end(), digest, {}, &Arrival::digest)};
 }
 
 bool JournalRecord::isVoid(std::int64_t seq) const {

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "store/archive_error.h"
 #include "store/catalog_holds.h"
+#include "store/policy_change.h"
 #include "store/recorded_change.h"
 
 namespace ambervane {
@@ -16,7 +17,6 @@ namespace {
 constexpr double kSecondsPerDay = 86400;
 constexpr std::int64_t kMessagesBetweenReports = 500;
 constexpr const char* kUnerased = "SELECT COUNT(*) FROM message WHERE erased = 0";
-constexpr const char* kFinancialYearSetting = "financial_year_end_month";
 constexpr const char* kDatesDueSetting = "retention_dates_due";
 /// The row of a message knows the moment it came in a little less exactly than its date does.
 constexpr double kClockGrain = 1;
@@ -176,7 +176,6 @@ void updatePolicy(MailArchive& archive, const RetentionPolicy& policy, const std
   const RetentionPolicy old = archive.policy();
   // First, so that a crash behind the next line cannot leave dates of the old policy for good.
   if (policy.movesRetentionDates(old)) archive.catalog().setMeta(kDatesDueSetting, "yes");
-  archive.replacePolicy(policy);
   std::map<std::string, std::string> details = {{"reason", reason},
                                                 {"regimes", listOf(policy.regimes)},
                                                 {"from_years", number(old.minimumYears())},
@@ -185,10 +184,7 @@ void updatePolicy(MailArchive& archive, const RetentionPolicy& policy, const std
     details["from_financial_year_end_month"] = number(old.financialYearEndMonth);
     details["to_financial_year_end_month"] = number(policy.financialYearEndMonth);
   }
-  RecordedChange change(archive);
-  archive.catalog().setMeta(kFinancialYearSetting, number(policy.financialYearEndMonth));
-  archive.journal().append(AuditAction::policyChanged, "retention", details);
-  change.finish();
+  replacePolicyOnRecord(archive, policy, details);
 }
 
 bool areRetentionDatesDue(MailArchive& archive) {

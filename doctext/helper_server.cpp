@@ -15,6 +15,7 @@
 #include <new>
 #include <utility>
 
+#include "base/sanitized.h"
 #include "doctext/pdf_text.h"
 #include "doctext/xml_reader.h"
 
@@ -24,15 +25,6 @@
 
 namespace ambervane {
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kReservesAddresses = true;
-#elif defined(__has_feature)
-constexpr bool kReservesAddresses =
-    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kReservesAddresses = false;
-#endif
 
 /// Larger ones are given back before the next request.
 constexpr std::size_t kKeptBuffer = std::size_t{1} << 20;
@@ -117,7 +109,7 @@ void limitThisProcess(const HelperRequest& request) {
   limitResource(RLIMIT_CORE, 0);
   // Reading leaves no files behind.
   limitResource(RLIMIT_FSIZE, 0);
-  if (!kReservesAddresses) limitResource(RLIMIT_AS, request.memoryBytes);
+  if (!kIsSanitized) limitResource(RLIMIT_AS, request.memoryBytes);
 }
 
 [[noreturn]] void readInChild(const HelperRequest& request, BytesView document,

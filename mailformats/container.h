@@ -68,9 +68,9 @@ class ExpansionLimit {
 };
 
 /// The bytes of a file or a member, from the first to the last.
-class ByteStream {
+class InputStream {
  public:
-  virtual ~ByteStream() = default;
+  virtual ~InputStream() = default;
   /// The next bytes: `kPieceBytes`, fewer only at the end or before damage, none behind the end.
   /// The view is valid until the next call. Throws ContainerError once all before it was handed
   /// out.
@@ -93,7 +93,7 @@ class Container {
   virtual std::optional<Member> next() = 0;
   /// The bytes of the member `next` returned last; must be gone before `next` is called again.
   /// Throws ContainerError.
-  virtual std::unique_ptr<ByteStream> open() = 0;
+  virtual std::unique_ptr<InputStream> open() = 0;
   /// Whether it holds members in folders, as ZIP files do, and not just one file.
   virtual bool isTree() const noexcept = 0;
   /// The limit of all that is unpacked from this container.

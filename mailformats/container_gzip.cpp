@@ -16,7 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 
 /// The bytes of a file as they stand.
-class FileStream final : public ByteStream {
+class FileStream final : public InputStream {
  public:
   explicit FileStream(FileHandle file) : file_(std::move(file)), piece_(kPieceBytes, '\0') {}
 
@@ -38,9 +38,9 @@ class FileStream final : public ByteStream {
   Bytes piece_;
 };
 
-class GzipStream final : public ByteStream {
+class GzipStream final : public InputStream {
  public:
-  GzipStream(std::unique_ptr<ByteStream> packed, BytesView head, ExpansionLimit& limit)
+  GzipStream(std::unique_ptr<InputStream> packed, BytesView head, ExpansionLimit& limit)
       : packed_(std::move(packed)), limit_(limit), input_(head), piece_(kPieceBytes, '\0') {
     constexpr int kLargestWindowAndGzip = 15 + 16;
     if (::inflateInit2(&inflater_, kLargestWindowAndGzip) != Z_OK) throw std::bad_alloc();
@@ -112,7 +112,7 @@ class GzipStream final : public ByteStream {
     return true;
   }
 
-  std::unique_ptr<ByteStream> packed_;
+  std::unique_ptr<InputStream> packed_;
   ExpansionLimit& limit_;
   BytesView input_;
   Bytes piece_;
@@ -128,7 +128,7 @@ class GzipContainer final : public Container {
       : file_(std::move(file)), member_(Member{std::move(path), size}), limit_(size) {}
 
   std::optional<Member> next() override { return std::exchange(member_, std::nullopt); }
-  std::unique_ptr<ByteStream> open() override {
+  std::unique_ptr<InputStream> open() override {
     return gunzip(std::make_unique<FileStream>(std::move(file_)), {}, limit_);
   }
   bool isTree() const noexcept override { return false; }
@@ -142,8 +142,8 @@ class GzipContainer final : public Container {
 
 }  // namespace
 
-std::unique_ptr<ByteStream> gunzip(std::unique_ptr<ByteStream> packed, BytesView head,
-                                   ExpansionLimit& limit) {
+std::unique_ptr<InputStream> gunzip(std::unique_ptr<InputStream> packed, BytesView head,
+                                    ExpansionLimit& limit) {
   return std::make_unique<GzipStream>(std::move(packed), head, limit);
 }
 

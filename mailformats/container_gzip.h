@@ -13,8 +13,8 @@ std::unique_ptr<Container> openGzip(const std::filesystem::path& file);
 
 /// What `packed` unpacks to, several gzip files behind one another included. `head` is what was
 /// already taken from `packed`, still valid. `limit` must outlive the stream.
-std::unique_ptr<ByteStream> gunzip(std::unique_ptr<ByteStream> packed, BytesView head,
-                                   ExpansionLimit& limit);
+std::unique_ptr<InputStream> gunzip(std::unique_ptr<InputStream> packed, BytesView head,
+                                    ExpansionLimit& limit);
 
 }  // namespace ambervane
 

@@ -22,7 +22,7 @@ constexpr std::size_t kUndecidedBytes = 6;
 ContainerMbox::ContainerMbox(std::string originPath, std::string folderPath)
     : originPath_(std::move(originPath)), folderPath_(std::move(folderPath)) {}
 
-bool ContainerMbox::read(BytesView head, ByteStream& stream, const MessageImporter::Body& body,
+bool ContainerMbox::read(BytesView head, InputStream& stream, const MessageImporter::Body& body,
                          const MessageImporter::Unreadable& unreadable) {
   for (BytesView piece = head; !piece.empty(); piece = stream.next()) {
     held_ += piece;

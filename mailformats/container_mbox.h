@@ -19,7 +19,7 @@ class ContainerMbox {
   /// Reads `head`, which was already taken from `stream`, and the rest of `stream`. Returns false
   /// when `body` has stopped. What the stream throws comes through when every message that arrived
   /// whole was handed out; the last one, which may be cut, is not.
-  bool read(BytesView head, ByteStream& stream, const MessageImporter::Body& body,
+  bool read(BytesView head, InputStream& stream, const MessageImporter::Body& body,
             const MessageImporter::Unreadable& unreadable);
 
  private:

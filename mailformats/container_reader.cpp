@@ -121,7 +121,7 @@ class Run {
     }
   }
 
-  bool readFile(const Source& source, BytesView head, ByteStream& stream) {
+  bool readFile(const Source& source, BytesView head, InputStream& stream) {
     const std::string_view name = nameOf(source.path);
     if (looksLikeMbox(head) || lowercaseExtension(name) == "mbox" || name == "mbox") {
       anyTaken_ = true;

@@ -43,7 +43,7 @@ ContainerError::Reason reasonOf(zip_error_t* error, int method) {
   return ContainerError::Damaged{::zip_error_strerror(error)};
 }
 
-class ZipMemberStream final : public ByteStream {
+class ZipMemberStream final : public InputStream {
  public:
   ZipMemberStream(OpenMember member, std::uint64_t packedBytes, ExpansionLimit& container)
       : member_(std::move(member)), limit_(packedBytes, &container), piece_(kPieceBytes, '\0') {}
@@ -97,7 +97,7 @@ class ZipContainer final : public Container {
     return std::nullopt;
   }
 
-  std::unique_ptr<ByteStream> open() override {
+  std::unique_ptr<InputStream> open() override {
     OpenMember member(::zip_fopen_index(archive_.get(), current_, 0));
     if (!member) throw ContainerError(reasonOf(::zip_get_error(archive_.get()), method_));
     return std::make_unique<ZipMemberStream>(std::move(member), packedBytes_, limit_);

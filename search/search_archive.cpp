@@ -21,13 +21,23 @@ class Search {
       : catalog_(catalog), built_(built), wantsRank_(wantsRank) {}
 
   std::vector<SearchHit> page() {
-    const QueryValues params = built_.hitsParams();
     std::vector<std::pair<std::int64_t, double>> found;
-    catalog_.database().forEachRow(pageSql(), bindingsOf(params), [&](const Row& row) {
+    const auto take = [&found](const Row& row) {
       found.emplace_back(row.integer("id"), row.real("rank").value_or(0));
-      total_ = row.optionalInteger("n");
       return true;
-    });
+    };
+    if (findsAllAnyway()) {
+      total_ = 0;
+      const std::int64_t offset = std::max<std::int64_t>(built_.offset, 0);
+      catalog_.database().forEachRow(sqlFor(""), bindingsOf(built_.params), [&](const Row& row) {
+        const std::int64_t at = (*total_)++;
+        if (at >= offset && (built_.limit < 0 || at < offset + built_.limit)) take(row);
+        return true;
+      });
+    } else {
+      catalog_.database().forEachRow(sqlFor(" LIMIT ? OFFSET ?"), bindingsOf(built_.hitsParams()),
+                                     take);
+    }
     std::vector<SearchHit> hits;
     hits.reserve(found.size());
     for (const auto& [id, rank] : found) {
@@ -51,18 +61,20 @@ class Search {
   }
 
  private:
-  std::string pageSql() const {
+  /// Full text has to find all matches to sort them; to find them again for the count would take as
+  /// long again. Without it the order may come from an index and the rest is never looked at.
+  bool findsAllAnyway() const {
+    return built_.usedFullText && built_.distinct.empty() && !wantsRank_;
+  }
+
+  std::string sqlFor(std::string_view page) const {
     if (wantsRank_) {
       std::string sql = built_.hitsSql();
       constexpr std::string_view kAllColumns = "m.*";
       return sql.replace(sql.find(kAllColumns), kAllColumns.size(), "m.id AS id");
     }
-    std::string columns = built_.distinct + "m.id AS id";
-    // Full text has to find all matches to sort them; to find them again for the count would take
-    // as long again. Without it the order may come from an index and the rest is never looked at.
-    if (built_.usedFullText && built_.distinct.empty()) columns += ", COUNT(*) OVER () AS n";
-    return "SELECT " + columns + " " + built_.from + " " + built_.joins + built_.where + " " +
-           built_.order + " LIMIT ? OFFSET ?";
+    return "SELECT " + built_.distinct + "m.id AS id " + built_.from + " " + built_.joins +
+           built_.where + " " + built_.order + std::string(page);
   }
 
   Catalog& catalog_;
@@ -97,8 +109,10 @@ SearchResult searchArchive(MailArchive& archive, const SearchQuery& query, Searc
       built.usedFullText && (ranks == SearchRanks::always || query.sort == SearchSort::relevance);
   Search search(archive.catalog(), built, wantsRank);
   SearchResult result;
-  result.hits = search.page();
-  result.totalMatches = search.count(result.hits.size());
+  archive.catalog().inOneState([&] {
+    result.hits = search.page();
+    result.totalMatches = search.count(result.hits.size());
+  });
   result.usedFullText = built.usedFullText;
   result.countIsExact = result.totalMatches < kCountCap;
   record(archive, query, result.totalMatches);

@@ -148,6 +148,14 @@ void Catalog::atomically(const std::function<void()>& body) {
   }
 }
 
+void Catalog::inOneState(const std::function<void()>& body) {
+  if (batchDepth_ > 0) {
+    body();
+  } else {
+    db_->snapshot(body);
+  }
+}
+
 std::optional<std::string> Catalog::meta(std::string_view key) {
   std::optional<std::string> value;
   db_->forEachRow("SELECT value FROM meta WHERE key = ?", {key}, [&value](const Row& row) {

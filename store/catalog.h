@@ -38,6 +38,8 @@ class Catalog {
   /// batch.
   void goOnWith(const std::filesystem::path& path, const std::function<void()>& between);
 
+  /// Runs `body`, which only reads, over one state of the catalog.
+  void inOneState(const std::function<void()>& body);
   /// A batch is one transaction around the work of many callers; it nests.
   void beginBatch();
   void commitBatch();

@@ -92,6 +92,8 @@ CREATE INDEX IF NOT EXISTS idx_message_thread ON message(thread_key);
 CREATE INDEX IF NOT EXISTS idx_message_expiry ON message(expires_at) WHERE erased = 0;
 CREATE INDEX IF NOT EXISTS idx_message_erased ON message(id) WHERE erased = 1;
 CREATE INDEX IF NOT EXISTS idx_message_browse ON message(sent_at DESC, id DESC) WHERE erased = 0;
+-- What the search for a part of a sender or a subject has to look at, a tenth of the rows themselves.
+CREATE INDEX IF NOT EXISTS idx_message_look ON message(sent_at DESC, id DESC, from_addr, from_name, subject) WHERE erased = 0;
 CREATE INDEX IF NOT EXISTS idx_message_unplaced ON message(id) WHERE pack_id IS NULL;
 
 CREATE TABLE IF NOT EXISTS message_folder(

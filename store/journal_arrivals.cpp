@@ -47,8 +47,10 @@ void JournalArrivals::keepLastOfEachDigest() {
   std::ranges::sort(arrivals_, [](const JournalArrival& a, const JournalArrival& b) {
     return a.digest != b.digest ? a.digest < b.digest : a.seq > b.seq;
   });
-  const auto rest = std::ranges::unique(arrivals_, {}, &JournalArrival::digest);
-  arrivals_.erase(rest.begin(), rest.end());
+  const auto isSame = [](const JournalArrival& a, const JournalArrival& b) {
+    return a.digest == b.digest;
+  };
+  arrivals_.erase(std::unique(arrivals_.begin(), arrivals_.end(), isSame), arrivals_.end());
 }
 
 /// A batch that was not kept leaves entries whose numbers were given again.

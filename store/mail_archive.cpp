@@ -21,6 +21,7 @@
 #include "store/content_erasure.h"
 #include "store/lost_messages.h"
 #include "store/pack_format.h"
+#include "store/policy_change.h"
 #include "store/unkept_changes.h"
 
 namespace ambervane {
@@ -237,6 +238,7 @@ void MailArchive::prepareForWriting() {
   if (nameUnkeptChange(*this)) {
     notices_.emplace_back("The last change was interrupted and has no effect. Make it again.");
   }
+  completePolicyChange(*this);
   dictionaries_->prepareForWriting();
   if (const std::int64_t lost = nameLostMessages(*this); lost > 0) {
     notices_.push_back(

@@ -394,7 +394,13 @@ std::vector<std::string> SQLiteDatabase::columns(std::string_view sql) {
 }
 
 void SQLiteDatabase::transaction(const std::function<void()>& body) {
-  run("BEGIN IMMEDIATE");
+  between("BEGIN IMMEDIATE", body);
+}
+
+void SQLiteDatabase::snapshot(const std::function<void()>& body) { between("BEGIN", body); }
+
+void SQLiteDatabase::between(std::string_view begin, const std::function<void()>& body) {
+  run(begin);
   try {
     body();
     run("COMMIT");

@@ -163,6 +163,9 @@ class SQLiteDatabase {
   std::vector<std::string> columns(std::string_view sql);
   /// "BEGIN IMMEDIATE", `body`, "COMMIT", or "ROLLBACK" when `body` throws.
   void transaction(const std::function<void()>& body);
+  /// Runs `body`, which only reads, over one state of the database, whatever others write
+  /// meanwhile. Many short statements are faster for it. Not inside a transaction.
+  void snapshot(const std::function<void()>& body);
   /// Moves the write-ahead log into the database file and cuts it to nothing; false when a reader
   /// prevented that.
   bool checkpoint();
@@ -189,6 +192,7 @@ class SQLiteDatabase {
   /// A statement ready to run; the second is true when the caller must finalise it.
   std::pair<sqlite3_stmt*, bool> prepare(std::string_view sql);
   void bind(sqlite3_stmt* statement, std::string_view sql, const SQLBindings& bindings);
+  void between(std::string_view begin, const std::function<void()>& body);
   [[noreturn]] void failStep(std::string_view sql);
   static Row readRow(sqlite3_stmt* statement,
                      const std::shared_ptr<const std::vector<std::string>>& columns);

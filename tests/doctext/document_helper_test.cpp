@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "base/file.h"
+#include "base/sanitized.h"
 #include "doctext/helper_server.h"
 #include "doctext/sandbox.h"
 #include "tests/support/scratch_folder.h"
@@ -77,22 +78,21 @@ TEST(DocumentHelper, outlivesWhatDocumentsDo) {
     const char *document, *text;
     DocumentReading reading;
   } kCases[] = {
-    {"reads", "part\nrest", DocumentReading::complete},
-    {"dies", "part", DocumentReading::damaged},
-    {"lost", "", DocumentReading::damaged},
-    {"leaves", "part", DocumentReading::damaged},
-    {"loops", "part", DocumentReading::damaged},
-    {"sleeps", "part", DocumentReading::damaged},
-    {"writesALot", "part\nrest more more", DocumentReading::complete},
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    {"takesMemory", "part", DocumentReading::damaged},
-#endif
-    {"reads", "part\nrest", DocumentReading::complete},
+      {"reads", "part\nrest", DocumentReading::complete},
+      {"dies", "part", DocumentReading::damaged},
+      {"lost", "", DocumentReading::damaged},
+      {"leaves", "part", DocumentReading::damaged},
+      {"loops", "part", DocumentReading::damaged},
+      {"sleeps", "part", DocumentReading::damaged},
+      {"writesALot", "part\nrest more more", DocumentReading::complete},
+      {"takesMemory", "part", DocumentReading::damaged},
+      {"reads", "part\nrest", DocumentReading::complete},
   };
   const auto helper = startHelper(misbehave);
   ASSERT_NE(helper, nullptr);
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.document);
+    if (kIsSanitized && std::string_view(c.document) == "takesMemory") continue;
     const auto result = helper->read(smallRequest(), c.document);
     ASSERT_TRUE(result.has_value());
     EXPECT_EQ(result->reading, c.reading);

@@ -345,7 +345,7 @@ TEST(Container, bombsEndAtTheLimit) {
 }
 
 /// Hands out its bytes in pieces of one size.
-class PieceStream : public ByteStream {
+class PieceStream : public InputStream {
  public:
   PieceStream(BytesView bytes, std::size_t size) : rest_(bytes), size_(size) {}
   BytesView next() override {

@@ -126,19 +126,31 @@ TEST_F(SearchArchive, noLineIsAnError) {
   }
 }
 
-/// The first page of what finds almost everything comes from an index in its order.
+/// The first page of what finds almost everything comes from an index in its order, and parts of
+/// senders and subjects are looked for in an index alone.
 TEST_F(SearchArchive, broadQueriesDoNotSortTheArchive) {
-  for (const char* line : {"", "has:attachment", "from:a", "after:2020-01-01", "folder:INBOX"}) {
-    SCOPED_TRACE(line);
+  static constexpr struct {
+    const char* line;
+    const char* plan;
+  } kCases[] = {{"", "COVERING INDEX idx_message_"},
+                {"has:attachment", "INDEX idx_message_"},
+                {"from:a", "COVERING INDEX idx_message_look"},
+                {"subject:a", "COVERING INDEX idx_message_look"},
+                {"after:2020-01-01", "COVERING INDEX idx_message_"},
+                {"folder:INBOX", "INDEX idx_message_"}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.line);
     const BuiltQuery built =
-        buildQuery(SearchQueryParser::parse(line), {.supportsFTS = true, .now = kTestTime});
+        buildQuery(SearchQueryParser::parse(c.line), {.supportsFTS = true, .now = kTestTime});
     SQLBindings nulls(built.hitsParams().size(), SQLBinding(nullptr));
+    std::string sql = built.hitsSql();
+    sql.replace(sql.find("m.*"), 3, "m.id");
     std::string plan;
     for (const Row& row :
-         archive_->catalog().database().query("EXPLAIN QUERY PLAN " + built.hitsSql(), nulls)) {
+         archive_->catalog().database().query("EXPLAIN QUERY PLAN " + sql, nulls)) {
       plan += row.string("detail") + "\n";
     }
-    EXPECT_THAT(plan, testing::HasSubstr("USING INDEX idx_message_browse"));
+    EXPECT_THAT(plan, testing::HasSubstr(c.plan));
     EXPECT_THAT(plan, testing::Not(testing::HasSubstr("TEMP B-TREE FOR ORDER BY")));
   }
 }
