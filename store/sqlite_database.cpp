@@ -63,9 +63,9 @@ bool SQLiteError::isOutOfTime() const noexcept {
 }
 
 bool SQLiteError::isDamage() const noexcept {
-  const auto* open = std::get_if<Open>(&reason_);
+  if (const auto* open = std::get_if<Open>(&reason_)) return open->code == 0;
   const auto* step = std::get_if<Step>(&reason_);
-  const int code = (open != nullptr ? open->code : step != nullptr ? step->code : 0) & 0xff;
+  const int code = step != nullptr ? step->code & 0xff : SQLITE_OK;
   return code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
 }
 

@@ -29,6 +29,7 @@ TEST_F(RebuildCatalogCommand, isAsSoundAsBefore) {
   for (const char* content : {"nothing that SQLite knows", ""}) {
     SCOPED_TRACE(content);
     writeFileAtomically(catalog(), content);
+    EXPECT_THAT(run({"stats", archive()}).err, HasSubstr("rebuild-catalog"));
     const Result rebuilt = run({"rebuild-catalog", archive()});
     EXPECT_EQ(rebuilt.status, 0);
     EXPECT_EQ(rebuilt.err.find("!"), std::string::npos) << rebuilt.err;
