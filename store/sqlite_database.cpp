@@ -64,6 +64,8 @@ bool SQLiteError::isOutOfTime() const noexcept {
 
 bool SQLiteError::isDamage() const noexcept {
   if (const auto* open = std::get_if<Open>(&reason_)) return open->code == 0;
+  // Our own statements fail only where tables are missing.
+  if (std::holds_alternative<Prepare>(reason_)) return true;
   const auto* step = std::get_if<Step>(&reason_);
   const int code = step != nullptr ? step->code & 0xff : SQLITE_OK;
   return code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
