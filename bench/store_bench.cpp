@@ -9,6 +9,7 @@
 #include "evidence/audit_journal.h"
 #include "store/catalog.h"
 #include "store/ingest_pipeline.h"
+#include "store/message_rows.h"
 #include "store/pack_store.h"
 #include "tests/support/scratch_folder.h"
 
@@ -74,47 +75,21 @@ void catalogInsert(benchmark::State& state) {
       state,
       [&](std::size_t number) {
         const PreparedMessage& mail = preparedMail(number);
-        const EnvelopeFields& envelope = mail.envelope;
         const std::int64_t id = catalog.reserveMessage(digest(number));
-        catalog.completeMessage(
-            id, {.messageID = envelope.messageID,
-                 .threadKey = envelope.threadKey,
-                 .subject = envelope.subject,
-                 .subjectNorm = envelope.subjectNormalized,
-                 .fromName = envelope.fromName,
-                 .fromAddress = envelope.fromAddress,
-                 .fromDomain = envelope.fromDomain,
-                 .toAddresses = envelope.toAddresses,
-                 .ccAddresses = envelope.ccAddresses,
-                 .participants = envelope.participants,
-                 .sentAt = envelope.sentAt,
-                 .internalAt = std::nullopt,
-                 .size = static_cast<std::int64_t>(mail.size),
-                 .storedSize = static_cast<std::int64_t>(mail.record.payload.size()),
-                 .attachmentCount = static_cast<std::int64_t>(mail.extracted.size()),
-                 .packID = 1,
-                 .packOffset = static_cast<std::int64_t>(number) * 2000,
-                 .recordFlags = 1,
-                 .dictionaryID = 1,
-                 .retentionClass = "business",
-                 .expiresAt = envelope.sentAt,
-                 .inReplyTo = envelope.inReplyTo,
-                 .referenceIDs = envelope.references,
-                 .snippet = envelope.snippet,
-                 .origin = "received",
-                 .originSource = ""});
+        MessageInsert insert = insertOf(mail);
+        insert.storedSize = static_cast<std::int64_t>(mail.record.payload.size());
+        insert.packID = 1;
+        insert.packOffset = static_cast<std::int64_t>(number) * 2000;
+        insert.recordFlags = 1;
+        insert.dictionaryID = 1;
+        insert.retentionClass = "business";
+        insert.expiresAt = insert.sentAt;
+        insert.origin = "received";
+        catalog.completeMessage(id, insert);
         catalog.insertHeaders(mail.headers, id);
-        catalog.linkMessage(id, folderID, std::nullopt, "\\Seen", envelope.sentAt);
+        catalog.linkMessage(id, folderID, std::nullopt, "\\Seen", insert.sentAt);
         for (const PreparedBlob& blob : mail.extracted) {
-          catalog.insertAttachment(id, {.blobID = std::nullopt,
-                                        .filename = blob.ref.filename,
-                                        .mimeType = blob.ref.mimeType,
-                                        .section = blob.ref.section,
-                                        .encodedSize = blob.ref.encodedSize,
-                                        .decodedSize = blob.ref.decodedSize,
-                                        .contentHash = blob.ref.contentHash,
-                                        .isInline = blob.ref.isInline,
-                                        .transferEncoding = "base64"});
+          catalog.insertAttachment(id, storedAttachment(blob.ref, std::nullopt));
         }
       },
       [&] {
