@@ -1,12 +1,15 @@
 #include "store/ingest_batch.h"
 
+#include <chrono>
 #include <map>
 
 namespace ambervane {
 namespace {
 
-/// Messages under one flush.
+/// Messages under one flush, and how long it is put off for more of them. Each commit writes the
+/// pages of the index anew that the one before it wrote.
 constexpr std::size_t kMaximumGroup = 256;
+constexpr std::chrono::seconds kMaximumDelay{1};
 
 /// The journal cannot take back what it says of a batch that was rolled back; it says so instead.
 void recordBrokenBatch(MailArchive& archive, const std::string& subject, std::int64_t entriesBefore,
@@ -60,13 +63,15 @@ void commitReady(MailArchive& archive, const std::string& subject, IngestPipelin
                  const std::function<void(IngestPipeline::Item&)>& commitItem) {
   std::size_t at = 0;
   std::size_t taken = 0;
+  const auto deadline = std::chrono::steady_clock::now() + kMaximumDelay;
   const auto hasAnother = [&] {
     while (at == first.items.size()) {
       // What is prepared after training is smaller, so the group ends when training is due.
       if (taken >= kMaximumGroup || archive.dictionaries().isTrainingDue()) return false;
-      if (!pipeline.hasPrepared()) return false;
-      first = *pipeline.next();
+      first = {};
       at = 0;
+      if (!pipeline.waitForPrepared(deadline)) return false;
+      first = *pipeline.next();
     }
     return true;
   };

@@ -77,8 +77,9 @@ void commitInBatch(MailArchive& archive, const std::string& subject,
                    const std::function<bool()>& commitNext,
                    const std::function<void()>& kept = nullptr);
 
-/// Commits `first` and, under the same flush, the batches behind it that are ready by then: a slow
-/// disk so delays a group of batches once and not each of them. Throws as `commitInBatch`.
+/// Commits `first` and, under the same flush, the batches behind it that become ready within about
+/// a second: a slow disk so delays a group of batches once and not each of them. Throws as
+/// `commitInBatch`.
 void commitReady(MailArchive& archive, const std::string& subject, IngestPipeline::Batch first,
                  IngestPipeline& pipeline,
                  const std::function<void(IngestPipeline::Item&)>& commitItem);

@@ -147,13 +147,21 @@ bool IngestPipeline::handOver() {
   return true;
 }
 
-bool IngestPipeline::hasPrepared() {
-  const std::lock_guard lock(mutex_);
+void IngestPipeline::releaseHandedOut() {
+  bytesHeld_ -= std::exchange(bytesHandedOut_, 0);
+  changed_.notify_all();
+}
+
+bool IngestPipeline::waitForPrepared(std::chrono::steady_clock::time_point deadline) {
+  std::unique_lock lock(mutex_);
+  releaseHandedOut();
+  changed_.wait_until(lock, deadline, [this] { return ended_ || !ready_.empty(); });
   if (ready_.empty()) return false;
+  // Only the caller's own thread takes batches away, so this one stays where it is.
   const auto& items = ready_.front().items;
-  return std::all_of(items.begin(), items.end(), [](const std::unique_ptr<Item>& item) {
-    return !item->done.valid() ||
-           item->done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  lock.unlock();
+  return std::all_of(items.begin(), items.end(), [&](const std::unique_ptr<Item>& item) {
+    return !item->done.valid() || item->done.wait_until(deadline) == std::future_status::ready;
   });
 }
 
@@ -161,8 +169,7 @@ std::optional<IngestPipeline::Batch> IngestPipeline::next() {
   std::optional<Batch> batch;
   {
     std::unique_lock lock(mutex_);
-    bytesHeld_ -= std::exchange(bytesHandedOut_, 0);
-    changed_.notify_all();
+    releaseHandedOut();
     changed_.wait(lock, [this] { return ended_ || !ready_.empty(); });
     if (ready_.empty()) return batch;
     batch = std::move(ready_.front());

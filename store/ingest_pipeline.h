@@ -1,6 +1,7 @@
 #ifndef AMBERVANE_STORE_INGEST_PIPELINE_H_
 #define AMBERVANE_STORE_INGEST_PIPELINE_H_
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -74,8 +75,9 @@ class IngestPipeline {
 
   /// The next batch; absent when the source has ended. The batch before it must be done with.
   std::optional<Batch> next();
-  /// Whether `next` would return a batch without waiting.
-  bool hasPrepared();
+  /// Waits until `next` would return a batch without waiting; false when it would not by
+  /// `deadline`, or the source has ended. The batch before must be done with.
+  bool waitForPrepared(std::chrono::steady_clock::time_point deadline);
   /// What ended the source before its end, once `next` has returned nothing.
   std::exception_ptr failure() const { return failure_; }
   bool cancelled() const noexcept { return cancelled_; }
@@ -87,6 +89,8 @@ class IngestPipeline {
   bool mayGoOn();
   /// Adds to the batch in hand, which is handed over first when the bytes held are many.
   bool take(SourceMessage&& message);
+  /// Counts the bytes of the batch the caller had no more; the mutex must be held.
+  void releaseHandedOut();
   /// Hands the batch over and waits for room; false when nobody wants more.
   bool handOver();
 
