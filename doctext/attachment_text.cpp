@@ -7,6 +7,7 @@
 #include "doctext/attachment_kind.h"
 #include "doctext/document_helper.h"
 #include "doctext/plain_text.h"
+#include "doctext/recent_documents.h"
 #include "mailcore/parameterized_header.h"
 
 namespace ambervane {
@@ -14,6 +15,9 @@ namespace {
 
 /// Of text, at most this many times the limit of what comes out is looked at.
 constexpr std::size_t kReadPerText = 8;
+/// Documents whose texts are remembered, and bytes of these.
+constexpr std::size_t kRecentDocuments = 4096;
+constexpr std::size_t kRecentTextBytes = std::size_t{8} << 20;
 
 /// The first `limit` bytes, less a character of UTF-8 cut at their end.
 BytesView cutText(BytesView bytes, std::size_t limit) {
@@ -28,6 +32,7 @@ BytesView cutText(BytesView bytes, std::size_t limit) {
 struct AttachmentTextReader::Parts {
   AttachmentTextLimits limits;
   mutable DocumentHelpers helpers;
+  mutable RecentDocuments recent{kRecentDocuments, kRecentTextBytes};
 
   AttachmentText readText(AttachmentKind kind, BytesView bytes,
                           std::optional<std::string_view> charset) const {
@@ -48,8 +53,8 @@ struct AttachmentTextReader::Parts {
     return result;
   }
 
-  std::optional<AttachmentText> readDocument(const RecognisedKind& recognised,
-                                             BytesView bytes) const {
+  std::optional<AttachmentText> readDocument(const RecognisedKind& recognised, BytesView bytes,
+                                             std::string_view digest) const {
     if (bytes.size() > limits.attachmentBytes) return AttachmentText{{}, false};
     HelperRequest request;
     request.task = recognised.kind == AttachmentKind::pdf   ? HelperTask::pdf
@@ -60,9 +65,21 @@ struct AttachmentTextReader::Parts {
     request.memoryBytes = limits.memoryBytes;
     request.processorMilliseconds = limits.processorMilliseconds;
     request.totalMilliseconds = limits.totalMilliseconds;
-    DocumentText read = helpers.read(request, bytes);
+    const DocumentText read = readOnce(request, bytes, digest);
     if (read.reading == DocumentReading::notDocument && !recognised.isDeclared) return std::nullopt;
     return AttachmentText{repairedUtf8(read.text), read.reading == DocumentReading::complete};
+  }
+
+  DocumentText readOnce(const HelperRequest& request, BytesView bytes,
+                        std::string_view digest) const {
+    const std::string name =
+        std::string(digest) + '/' + std::to_string(static_cast<std::uint32_t>(request.task));
+    if (!digest.empty()) {
+      if (auto known = recent.find(name)) return *std::move(known);
+    }
+    const auto read = helpers.read(request, bytes);
+    if (read && !digest.empty()) recent.keep(name, *read);
+    return read.value_or(DocumentText{});
   }
 };
 
@@ -74,7 +91,8 @@ AttachmentTextReader::~AttachmentTextReader() = default;
 
 std::optional<AttachmentText> AttachmentTextReader::read(BytesView bytes,
                                                          std::string_view contentType,
-                                                         std::string_view fileName) const {
+                                                         std::string_view fileName,
+                                                         std::string_view digest) const {
   const auto type = ParameterizedHeader::parse(contentType);
   const auto recognised = attachmentKind(type ? type->value : "", fileName, bytes);
   if (!recognised) return std::nullopt;
@@ -88,7 +106,7 @@ std::optional<AttachmentText> AttachmentTextReader::read(BytesView bytes,
     case AttachmentKind::office:
       break;
   }
-  return parts_->readDocument(*recognised, bytes);
+  return parts_->readDocument(*recognised, bytes, digest);
 }
 
 }  // namespace ambervane

@@ -45,9 +45,10 @@ class AttachmentTextReader {
   AttachmentTextReader& operator=(const AttachmentTextReader&) = delete;
 
   /// The text of an attachment of these decoded bytes; absent for a kind that is not read.
-  /// `contentType` is a Content-Type with or without parameters, of which the charset counts.
+  /// `contentType` is a Content-Type with or without parameters, of which the charset counts. A
+  /// document of the same `digest` as one read lately is not read again; with an empty one it is.
   std::optional<AttachmentText> read(BytesView bytes, std::string_view contentType,
-                                     std::string_view fileName) const;
+                                     std::string_view fileName, std::string_view digest = {}) const;
 
  private:
   struct Parts;

@@ -155,7 +155,8 @@ std::optional<DocumentText> DocumentHelper::read(const HelperRequest& request, B
   return result;
 }
 
-DocumentText DocumentHelpers::read(const HelperRequest& request, BytesView document) {
+std::optional<DocumentText> DocumentHelpers::read(const HelperRequest& request,
+                                                  BytesView document) {
   // A helper that stood idle may have been ended by others since: one more is tried.
   for (int attempt = 0; attempt < 2; ++attempt) {
     std::unique_ptr<DocumentHelper> helper = take();
@@ -163,11 +164,11 @@ DocumentText DocumentHelpers::read(const HelperRequest& request, BytesView docum
     if (auto result = helper->read(request, document)) {
       const std::lock_guard lock(mutex_);
       idle_.push_back(std::move(helper));
-      return *std::move(result);
+      return result;
     }
     if (helper->failure() == DocumentHelper::Failure::late) break;
   }
-  return {};
+  return std::nullopt;
 }
 
 std::unique_ptr<DocumentHelper> DocumentHelpers::take() {

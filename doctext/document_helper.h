@@ -58,8 +58,8 @@ class DocumentHelpers {
  public:
   explicit DocumentHelpers(std::filesystem::path program) : program_(std::move(program)) {}
 
-  /// Damaged, without text, where no helper can be had or it had to be ended.
-  DocumentText read(const HelperRequest& request, BytesView document);
+  /// Absent where no helper can be had or it had to be ended.
+  std::optional<DocumentText> read(const HelperRequest& request, BytesView document);
 
  private:
   std::unique_ptr<DocumentHelper> take();

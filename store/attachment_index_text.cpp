@@ -14,7 +14,8 @@ void AttachmentIndexText::add(const AttachmentRef& attachment, BytesView decoded
   if (reader_ == nullptr || texts_.size() >= kMaxIndexedCharacters) return;
   std::string type = attachment.mimeType;
   if (!attachment.charset.empty()) type += "; charset=" + attachment.charset;
-  auto text = reader_->read(decoded, type, attachment.filename.value_or(""));
+  auto text =
+      reader_->read(decoded, type, attachment.filename.value_or(""), attachment.contentHash);
   if (!text) return;
   if (!text->readable) ++unreadable_;
   if (text->text.empty()) return;

@@ -245,6 +245,17 @@ TEST_F(AttachmentTextTest, cutDocumentsFromManyThreads) {
   for (std::thread& thread : threads) thread.join();
 }
 
+TEST_F(AttachmentTextTest, knownDocumentsAreNotReadAgain) {
+  const Bytes first = pdfWithLines({"First"});
+  const Bytes second = pdfWithLines({"Second"});
+  EXPECT_EQ(reader_.read(first, kUnknown, "", "1")->text, "First");
+  EXPECT_EQ(reader_.read(second, kUnknown, "", "1")->text, "First") << "was read";
+  EXPECT_EQ(reader_.read(second, kUnknown, "", "2")->text, "Second");
+  EXPECT_EQ(reader_.read(second, kUnknown, "")->text, "Second");
+  const Bytes word = wordFile("<w:p><w:t>Third</w:t></w:p>");
+  EXPECT_EQ(reader_.read(word, kUnknown, "", "1")->text, "Third") << "of another kind";
+}
+
 TEST_F(AttachmentTextTest, realMail) {
   const auto folder = std::filesystem::path(__FILE__).parent_path() / "../../../shared/samples/eml";
   if (!std::filesystem::exists(folder)) GTEST_SKIP() << "no sample mail";
