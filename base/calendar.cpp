@@ -17,8 +17,6 @@
 namespace ambervane {
 namespace {
 
-constexpr double kSecondsPerDay = 86400;
-
 /// Offset of `zone` from UTC at `date`, in seconds.
 double zoneOffset(Date date, Zone zone) {
   if (zone == Zone::utc) return 0;

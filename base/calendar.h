@@ -9,6 +9,8 @@
 
 namespace ambervane {
 
+inline constexpr double kSecondsPerDay = 86'400;
+
 /// Year, month (1 to 12), day (1 to 31) and time of day in some zone.
 struct CivilTime {
   int year = 1970;

@@ -10,7 +10,6 @@
 namespace ambervane {
 namespace {
 
-constexpr double kSecondsPerDay = 86'400;
 constexpr double kFurthestDay = 11'000'000;  ///< either way: what the calendar type can hold
 constexpr int kDaysPerWeek = 7;
 constexpr int kThursday = 5;  ///< the first of all days

@@ -181,7 +181,7 @@ std::string firstPageDirect(const Subject& subject) {
 }
 
 /// One page of what `query` finds, as the search command asks, without an entry in the journal.
-std::string search(const Subject& subject, SearchQuery query) {
+std::string found(const Subject& subject, SearchQuery query) {
   query.recordInJournal = false;
   const SearchResult result = searchArchive(subject.archive, query);
   return fmt::format("{} of {} messages", result.hits.size(), result.displayCount());
@@ -190,25 +190,25 @@ std::string search(const Subject& subject, SearchQuery query) {
 std::string clickMailbox(const Subject& subject) {
   SearchQuery query;
   query.folderID = subject.largestFolder;
-  return search(subject, std::move(query));
+  return found(subject, std::move(query));
 }
 
 std::string searchCommonWord(const Subject& subject) {
-  return search(subject, SearchQueryParser::parse("Rechnung"));
+  return found(subject, SearchQueryParser::parse("Rechnung"));
 }
 
 std::string searchRarePhrase(const Subject& subject) {
-  return search(subject, SearchQueryParser::parse("\"Zahlungsziel Konditionen\""));
+  return found(subject, SearchQueryParser::parse("\"Zahlungsziel Konditionen\""));
 }
 
 std::string searchSender(const Subject& subject) {
-  return search(subject, SearchQueryParser::parse("from:person7"));
+  return found(subject, SearchQueryParser::parse("from:person7"));
 }
 
 std::string pageDeep(const Subject& subject) {
   SearchQuery query;
   query.offset = 100000;
-  return search(subject, std::move(query));
+  return found(subject, std::move(query));
 }
 
 std::string countSmartFolder(const Subject& subject, const char* line) {

@@ -9,7 +9,6 @@
 namespace ambervane {
 namespace {
 
-constexpr std::size_t kSenderColumns = 28;
 constexpr std::size_t kSubjectCharacters = 70;
 
 std::string dateText(const std::optional<Date>& date) {

@@ -2,6 +2,7 @@
 #define AMBERVANE_CLI_MESSAGE_LIST_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <ostream>
 #include <string>
 
@@ -9,6 +10,13 @@
 #include "search/search_archive.h"
 
 namespace ambervane {
+
+/// How many messages a list has when nobody says.
+inline constexpr std::int64_t kDefaultMessageLimit = 50;
+/// Columns of the sender's name in a list.
+inline constexpr std::size_t kSenderColumns = 28;
+/// Characters of the subject where a line has more columns than a search shows.
+inline constexpr std::size_t kShortSubjectCharacters = 52;
 
 /// The positional words from `first` on, joined by one blank, so that a query need not be quoted.
 std::string wordsFrom(const Arguments& arguments, std::size_t first);

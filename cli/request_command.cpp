@@ -16,8 +16,6 @@ namespace ambervane {
 namespace {
 
 constexpr std::size_t kListedMessages = 15;
-constexpr std::size_t kSenderColumns = 28;
-constexpr std::size_t kSubjectCharacters = 52;
 
 /// Every address given, by however many options and with commas between them.
 std::vector<std::string> addressesGiven(const Arguments& arguments) {
@@ -73,7 +71,7 @@ void printReview(const ErasureReview& review, std::ostream& out) {
     out << fmt::format("  {:<7} ", row.id)
         << padded(row.sentAt ? formatDate(*row.sentAt, "yyyy-MM-dd") : "?", 10) << "  "
         << fitted(displaySender(row), kSenderColumns) << "  "
-        << cutToCharacters(printable(row.subject), kSubjectCharacters) << "\n";
+        << cutToCharacters(printable(row.subject), kShortSubjectCharacters) << "\n";
   }
   const auto rest = review.erasableCount - static_cast<std::int64_t>(listed);
   if (rest > 0) out << "  … and " << rest << " more\n";

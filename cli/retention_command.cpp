@@ -14,7 +14,6 @@ namespace ambervane {
 namespace {
 
 constexpr std::size_t kListed = 25;
-constexpr std::size_t kSubjectCharacters = 52;
 
 void printReview(const RetentionOutcome& outcome, std::ostream& out) {
   out << "Disposal setting     : " << facts(outcome.disposalPolicy).label << "\n"
@@ -26,7 +25,7 @@ void printReview(const RetentionOutcome& outcome, std::ostream& out) {
     out << fmt::format("{:<7}", row.id) << "  expired "
         << (row.expiresAt ? formatDate(*row.expiresAt, "yyyy-MM-dd") : "?") << "  ["
         << printable(row.retentionClass) << "]  "
-        << cutToCharacters(printable(row.subject), kSubjectCharacters) << "\n";
+        << cutToCharacters(printable(row.subject), kShortSubjectCharacters) << "\n";
   }
   const auto unlisted = outcome.expiredCount - static_cast<std::int64_t>(listed);
   if (unlisted > 0) out << "  … and " << unlisted << " more\n";

@@ -10,8 +10,6 @@
 namespace ambervane {
 namespace {
 
-constexpr std::int64_t kDefaultLimit = 50;
-
 SearchSort sortFrom(const Arguments& arguments) {
   const std::string word = arguments.option("sort").value_or("");
   if (word == "relevance") return SearchSort::relevance;
@@ -26,7 +24,7 @@ int search(const Arguments& arguments, Console& console) {
     throw CLIError::usage("usage: ambervane search <archive> <query>");
   }
   SearchQuery query = SearchQueryParser::parse(wordsFrom(arguments, 1));
-  query.limit = parseInteger(arguments.option("limit").value_or("")).value_or(kDefaultLimit);
+  query.limit = parseInteger(arguments.option("limit").value_or("")).value_or(kDefaultMessageLimit);
   query.sort = sortFrom(arguments);
   const auto archive = openArchive(arguments, console, OpenMode::readOnly);
   const SearchResult result = searchArchive(*archive, query, SearchRanks::whenOrdering);

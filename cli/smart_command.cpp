@@ -15,7 +15,6 @@ namespace {
 constexpr const char* kUsage = "usage: ambervane smart <archive> list|add|show|count|delete […]";
 constexpr const char* kAddUsage = "usage: ambervane smart <archive> add <name> <query…>";
 constexpr const char* kShowUsage = "usage: ambervane smart <archive> show <name>";
-constexpr std::int64_t kDefaultLimit = 50;
 
 std::vector<SmartFolder> foldersOf(MailArchive& archive) {
   return CatalogAnnotations(archive.catalog()).smartFolders();
@@ -89,7 +88,8 @@ void showFolder(MailArchive& archive, const Arguments& arguments, Console& conso
     return parseInteger(arguments.option(option).value_or("")).value_or(otherwise);
   };
   const SmartFolder folder = requireFolder(archive, arguments.positional[2]);
-  const SearchQuery query = folder.query(number("limit", kDefaultLimit), number("offset", 0));
+  const SearchQuery query =
+      folder.query(number("limit", kDefaultMessageLimit), number("offset", 0));
   printHits(searchArchive(archive, query, SearchRanks::whenOrdering), console.out);
   noteUnrecorded(archive, console.out);
 }

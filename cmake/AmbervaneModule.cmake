@@ -1,11 +1,12 @@
-# ambervane_module(<folder> SOURCES ... DEPENDS ... [LIBRARIES ...] [TESTS ...])
+# ambervane_module(<folder> SOURCES ... DEPENDS ... [LIBRARIES ...] [TESTS ...] [SEPARATE])
 #
 # One folder is one layer: a static library ambervane_<folder> and a test program <folder>_tests
 # from tests/<folder>. DEPENDS lists the whole of what the folder may include (scripts/check_layers
 # compares it with every #include); LIBRARIES lists what comes from outside. A source or test file
-# that stands in the folder but not in the list stops the configure step.
+# that stands in the folder but not in the list stops the configure step. SEPARATE: programs link
+# parts of the library that must not bring the others with them.
 function(ambervane_module name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPENDS;LIBRARIES;TESTS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "SEPARATE" "" "SOURCES;DEPENDS;LIBRARIES;TESTS")
   file(GLOB present RELATIVE ${CMAKE_CURRENT_SOURCE_DIR} CONFIGURE_DEPENDS
        ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   list(REMOVE_ITEM present main.cpp)
@@ -21,6 +22,9 @@ function(ambervane_module name)
     target_link_libraries(ambervane_${name} PUBLIC ambervane_${dependency})
   endforeach()
   target_link_libraries(ambervane_${name} PRIVATE ${arg_LIBRARIES})
+  if(AMBERVANE_UNITY STREQUAL "all" AND NOT arg_SEPARATE)
+    set_target_properties(ambervane_${name} PROPERTIES UNITY_BUILD ON)
+  endif()
   if(AMBERVANE_PCH)
     target_precompile_headers(ambervane_${name} REUSE_FROM ambervane_pch)
   endif()
@@ -41,6 +45,9 @@ function(ambervane_module name)
     ambervane_${name} ambervane_test_support ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
   # What a test costs is its compilation: optimising the test's own code would double that.
   target_compile_options(${name}_tests PRIVATE -O0)
+  if(NOT AMBERVANE_UNITY STREQUAL "none")
+    set_target_properties(${name}_tests PROPERTIES UNITY_BUILD ON)
+  endif()
   if(AMBERVANE_PCH)
     target_precompile_headers(${name}_tests REUSE_FROM ambervane_test_pch)
   endif()

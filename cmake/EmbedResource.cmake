@@ -12,6 +12,7 @@ function(ambervane_embed target)
               -P ${AMBERVANE_EMBED_SCRIPT}
       DEPENDS ${file} ${AMBERVANE_EMBED_SCRIPT} VERBATIM)
     target_sources(${target} PRIVATE ${out}.cpp ${out}.h)
+    set_source_files_properties(${out}.cpp PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
   endforeach()
   target_include_directories(${target} PUBLIC ${CMAKE_CURRENT_BINARY_DIR}/embedded)
 endfunction()

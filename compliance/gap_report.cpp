@@ -8,6 +8,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "base/calendar.h"
 #include "base/text.h"
 #include "compliance/gap_arithmetic.h"
 #include "store/catalog.h"
@@ -17,7 +18,6 @@ namespace {
 
 /// Of a sent folder's messages, the share one sender needs to be the archive's own.
 constexpr double kOwnShare = 0.6;
-constexpr double kSecondsPerDay = 86'400;
 
 Coverage coverageOf(SQLiteDatabase& db, const DayCalendar& calendar) {
   Coverage coverage;

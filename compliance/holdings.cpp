@@ -48,7 +48,8 @@ constexpr std::size_t kShownDigits = 12;
 /// Seconds by which a message's row may be older than its entry (an append to a slow disk lies
 /// between them), or by which its keep-until date may have been worked out later.
 constexpr double kCommitSeconds = 600;
-constexpr double kClockGrain = 1;
+/// As the row of a message knows the moment it came in a little less exactly than its entry does.
+constexpr double kRowGrain = 1;
 
 /// A fault by its number and the first few it was found in.
 struct Tally {
@@ -262,8 +263,8 @@ bool isDue(const std::optional<Date>& stored, const CountedFrom& from,
   const auto earliest = due(from.taken);
   const auto latest = due({from.taken.seconds + kCommitSeconds});
   if (!stored) return !latest;
-  return earliest && stored->seconds >= earliest->seconds - kClockGrain &&
-         (!latest || stored->seconds <= latest->seconds + kClockGrain);
+  return earliest && stored->seconds >= earliest->seconds - kRowGrain &&
+         (!latest || stored->seconds <= latest->seconds + kRowGrain);
 }
 
 /// Whether some number of years under a policy as it was recorded once gives the date. The journal

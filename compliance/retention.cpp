@@ -14,7 +14,6 @@
 namespace ambervane {
 namespace {
 
-constexpr double kSecondsPerDay = 86400;
 constexpr std::int64_t kMessagesBetweenReports = 500;
 constexpr const char* kUnerased = "SELECT COUNT(*) FROM message WHERE erased = 0";
 constexpr const char* kDatesDueSetting = "retention_dates_due";

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/bytes.h"
+#include "base/calendar.h"
 #include "base/digest.h"
 #include "base/ed25519.h"
 #include "base/file.h"
@@ -26,7 +27,6 @@ namespace ambervane {
 namespace {
 
 constexpr int kExpiringDays = 90;
-constexpr double kSecondsPerDay = 86'400;
 /// A seal with this many entries behind it anchors the journal no more.
 constexpr std::int64_t kSealReach = 500'000;
 

@@ -4,19 +4,18 @@ namespace ambervane {
 namespace {
 
 std::string words(TimestampError::Malformed::Detail detail) {
-  using Detail = TimestampError::Malformed::Detail;
   switch (detail) {
-    case Detail::notSequence:
+    case TimestampError::Malformed::Detail::notSequence:
       return "not a DER sequence";
-    case Detail::status:
+    case TimestampError::Malformed::Detail::status:
       return "unreadable status";
-    case Detail::noToken:
+    case TimestampError::Malformed::Detail::noToken:
       return "granted but no token";
-    case Detail::noInfo:
+    case TimestampError::Malformed::Detail::noInfo:
       return "no TSTInfo in the token";
-    case Detail::fieldsMissing:
+    case TimestampError::Malformed::Detail::fieldsMissing:
       return "TSTInfo is missing fields";
-    case Detail::noTime:
+    case TimestampError::Malformed::Detail::noTime:
       return "TSTInfo has no genTime";
   }
   return {};

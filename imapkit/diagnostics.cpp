@@ -15,8 +15,6 @@
 namespace ambervane {
 namespace {
 
-constexpr std::uint16_t kTlsPort = 993;
-
 std::string portText(const IMAPServer& server) { return std::to_string(server.port); }
 
 /// The words of the TLS library for one of its errors.

@@ -6,10 +6,13 @@
 
 namespace ambervane {
 
+/// IMAP over TLS (RFC 8314, section 7.3).
+inline constexpr std::uint16_t kTlsPort = 993;
+
 /// Where a mail server is and how it is spoken to.
 struct IMAPServer {
   std::string host;  ///< UTF-8: a name, or an address of IPv4 or IPv6 without brackets
-  std::uint16_t port = 993;
+  std::uint16_t port = kTlsPort;
   bool useTLS = true;
   bool allowUntrustedCertificate = false;
   double timeout = 30;  ///< seconds, for each wait separately

@@ -16,7 +16,6 @@
 namespace ambervane {
 namespace {
 
-constexpr std::uint16_t kTlsPort = 993;
 /// Of a received line, so that a long one does not flood the trace.
 constexpr std::size_t kTracedBytes = 512;
 

@@ -4,14 +4,13 @@
 #include <array>
 
 #include "base/text.h"
+#include "imapkit/imap_server.h"
 
 namespace ambervane {
 namespace {
 
 using Access = MailProviderProfile::Access;
 using std::string_view;
-
-constexpr std::uint16_t kTlsPort = 993;
 
 constexpr std::array<string_view, 3> kICloudDomains = {"icloud.com", "me.com", "mac.com"};
 constexpr std::array<string_view, 2> kGmailDomains = {"gmail.com", "googlemail.com"};

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/calendar.h"
 #include "base/text.h"
 #include "mailcore/message_flag.h"
 #include "query/filter_value.h"
@@ -31,8 +32,6 @@ constexpr int kMaxChainHeight = 500;
 /// With more conditions than this SQLite's planner takes seconds to weigh them against its indexes,
 /// of which so many conditions together make no use. A unary plus hides them from it.
 constexpr int kMaxPlannedConditions = 50;
-
-constexpr double kSecondsPerDay = 86400;
 
 /// Part of the expression, with what its "?" stand for and how deep SQLite finds it.
 struct Fragment {

@@ -1,4 +1,5 @@
 #include "base/aead.h"
+#include "tests/support/test_bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +9,6 @@
 
 namespace ambervane {
 namespace {
-
-Bytes unhex(std::string_view digits) { return hexDecode(digits).value(); }
 
 const Bytes kKey(32, 'k');
 

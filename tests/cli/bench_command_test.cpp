@@ -1,11 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "cli/commands.h"
 #include "cli/synthetic_mail.h"
 #include "mailcore/parsed_message.h"
+#include "tests/support/command_line.h"
 #include "tests/support/mail_builder.h"
 #include "tests/support/scratch_folder.h"
 
@@ -15,12 +14,10 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-std::string run(const std::vector<std::string>& words, int expectedStatus = kExitSuccess) {
-  std::ostringstream out;
-  std::ostringstream err;
-  Console console{out, err};
-  EXPECT_EQ(runCommandLine(words, console), expectedStatus) << err.str();
-  return out.str() + err.str();
+std::string printedBy(const std::vector<std::string>& words, int expectedStatus = kExitSuccess) {
+  const CommandResult result = runCommand(words);
+  EXPECT_EQ(result.status, expectedStatus) << result.err;
+  return result.out + result.err;
 }
 
 TEST(SyntheticMail, isTheSameWheneverItIsAskedFor) {
@@ -79,10 +76,10 @@ TEST(SyntheticMail, isMailWithThreadsFilesAndText) {
 TEST(Bench, fillsMeasuresAndReuses) {
   const ScratchFolder folder;
   const std::string archive = folder / "b.ambervane";
-  EXPECT_EQ(run({"bench"}, kExitFailure),
+  EXPECT_EQ(printedBy({"bench"}, kExitFailure),
             "error: usage: ambervane bench <archive> [--messages 100000] [--accounts 3]\n");
 
-  const std::string first = run({"bench", archive, "--messages", "50", "--accounts", "2"});
+  const std::string first = printedBy({"bench", archive, "--messages", "50", "--accounts", "2"});
   EXPECT_THAT(first, StartsWith("Generating and ingesting 50 messages across 2 account(s)…\n"
                                 "  ingested 50 (0 duplicates) in "));
   EXPECT_THAT(first, testing::ContainsRegex(
@@ -94,9 +91,9 @@ TEST(Bench, fillsMeasuresAndReuses) {
                          "\nRepeated opens: first 10 rounds [0-9]+\\.[0-9][0-9] ms each, last 10 "
                          "[0-9]+\\.[0-9][0-9] ms each\nPeak resident memory: [0-9.]+ MB\n$"));
 
-  EXPECT_THAT(run({"bench", archive, "--messages", "50"}),
+  EXPECT_THAT(printedBy({"bench", archive, "--messages", "50"}),
               StartsWith("Reusing 50 messages across 3 account(s)…\nStored     : "));
-  EXPECT_THAT(run({"bench", archive, "--messages", "60", "--accounts", "2"}),
+  EXPECT_THAT(printedBy({"bench", archive, "--messages", "60", "--accounts", "2"}),
               HasSubstr("\n  ingested 10 (50 duplicates) in "));
 }
 
@@ -105,11 +102,11 @@ TEST(Bench, addsNothingToRealMail) {
   const std::string archive = folder / "a.ambervane";
   const std::string mail = folder / "one.eml";
   writeFileAtomically(mail, plainMail(1));
-  run({"create", archive});
-  run({"import", archive, mail});
-  EXPECT_THAT(run({"bench", archive, "--messages", "2"}, kExitFailure),
+  printedBy({"create", archive});
+  printedBy({"import", archive, mail});
+  EXPECT_THAT(printedBy({"bench", archive, "--messages", "2"}, kExitFailure),
               HasSubstr("error: the archive holds other mail (account one)"));
-  EXPECT_THAT(run({"bench", archive, "--messages", "1"}), StartsWith("Reusing 1 messages"));
+  EXPECT_THAT(printedBy({"bench", archive, "--messages", "1"}), StartsWith("Reusing 1 messages"));
 }
 
 }  // namespace

@@ -1,10 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "base/digest.h"
 #include "cli/commands.h"
+#include "tests/support/command_line.h"
 #include "tests/support/http_server.h"
 #include "tests/support/openssl_authority.h"
 
@@ -15,11 +14,9 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 
 /// What a command printed: its results when it succeeded, else its one line of failure.
-std::string run(const std::vector<std::string>& words) {
-  std::ostringstream out;
-  std::ostringstream err;
-  Console console{out, err};
-  return runCommandLine(words, console) == 0 ? out.str() : err.str();
+std::string wordsOf(const std::vector<std::string>& words) {
+  const CommandResult result = runCommand(words);
+  return result.status == 0 ? result.out : result.err;
 }
 
 /// An authority that openssl plays behind a loopback server.
@@ -46,7 +43,7 @@ class Timestamps : public testing::Test {
 TEST_F(Timestamps, theCommandTriesAnAuthority) {
   const auto runWith = [this](std::vector<std::string> words) {
     words.insert(words.begin(), {"timestamp", "--url", server_.url()});
-    return run(words);
+    return wordsOf(words);
   };
   const std::string request = at("my request");
   const std::string head =
@@ -70,10 +67,10 @@ TEST_F(Timestamps, theCommandTriesAnAuthority) {
 }
 
 TEST_F(Timestamps, sealsCarryTheTokenOfTheirArchivesAuthority) {
-  run({"create", at("a")});
+  wordsOf({"create", at("a")});
   const auto seal = [&](const std::string& setting) {
     MailArchive(at("a"), OpenMode::readWrite).catalog().setMeta("timestamp_authority", setting);
-    return run({"seal", at("a")});
+    return wordsOf({"seal", at("a")});
   };
   const std::string nobody = "http://127.0.0.1:1/";
   EXPECT_THAT(seal(server_.url() + ", " + nobody),

@@ -45,7 +45,7 @@ std::string refusal(const std::function<void()>& action) {
   }
 }
 
-DisposalApproval approval(std::vector<std::int64_t> ids) {
+DisposalApproval asked(std::vector<std::int64_t> ids) {
   return {std::move(ids), " Anna \n", "asked in writing", "DISPOSE\n"};
 }
 
@@ -65,7 +65,7 @@ TEST(Erasure, refusesBeforeAnythingIsWritten) {
   };
   const auto approve = [](TestArchive& from, const std::function<void(DisposalApproval&)>& change) {
     return [&from, change] {
-      DisposalApproval given = approval({1});
+      DisposalApproval given = asked({1});
       change(given);
       eraseApproved(*from, given);
     };
@@ -166,7 +166,7 @@ TEST(Erasure, ofAnApprovedListSkipsWhatChangedMeanwhile) {
   archive.ingest(mails(6));
   eraseMessage(*archive, 1, "r", "anna");
   hold(*archive, 2);
-  const DisposalResult result = eraseApproved(*archive, approval({1, 2, 3, 4, 3, 99}));
+  const DisposalResult result = eraseApproved(*archive, asked({1, 2, 3, 4, 3, 99}));
   EXPECT_EQ(result, (DisposalResult{.erased = 2, .skippedOnHold = 1, .skippedAlreadyErased = 3}));
   for (const std::int64_t id : {3, 4}) {
     EXPECT_EQ(archive->catalog().message(id)->erasureReason,
@@ -202,7 +202,7 @@ TEST(Erasure, staysAccountedFor) {
   eraseMessage(*archive, 6, "r", "anna");
   EXPECT_EQ(faults(), 0U);
   eraseMessage(*archive, 6, "again", "anna");
-  eraseApproved(*archive, approval({1, 2, 7}));
+  eraseApproved(*archive, asked({1, 2, 7}));
   EXPECT_EQ(faults(), 0U);
   // Killed between key and row: the opening completes it and names the message.
   archive->keys().shred(3, "interrupted", "carla");

@@ -2,14 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include "base/calendar.h"
 #include "store/catalog.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/test_archive.h"
 
 namespace ambervane {
 namespace {
-
-constexpr double kDay = 86'400;
 
 class FindGaps : public testing::Test {
  protected:
@@ -58,9 +57,9 @@ TEST_F(FindGaps, stopsWithoutADatedMessage) {
 TEST_F(FindGaps, coverageCountsDaysHereAndDaysWithMailInUtc) {
   const std::int64_t inbox = folder("a", "INBOX");
   // 23:30 UTC is the next day in Zurich.
-  add(inbox, 1, Date{19723 * kDay + 84'600});
-  add(inbox, 2, Date{19723 * kDay + 3'600});
-  erase(add(inbox, 3, Date{19800 * kDay}));
+  add(inbox, 1, Date{19723 * kSecondsPerDay + 84'600});
+  add(inbox, 2, Date{19723 * kSecondsPerDay + 3'600});
+  erase(add(inbox, 3, Date{19800 * kSecondsPerDay}));
   const GapReport report = find();
   EXPECT_EQ(report.coverage.messages, 2);
   EXPECT_EQ(report.coverage.daysCovered, 2);
@@ -70,19 +69,19 @@ TEST_F(FindGaps, coverageCountsDaysHereAndDaysWithMailInUtc) {
 TEST_F(FindGaps, holesInUidsAndMissingParents) {
   const std::int64_t inbox = folder("a", "INBOX");
   const std::int64_t other = folder("a", "Other");
-  add(inbox, 9, Date{3 * kDay}, "x@y", "m3");
-  add(inbox, 5, Date{kDay});
-  add(inbox, 6, Date{2 * kDay}, "x@y", "nowhere");
-  add(inbox, std::nullopt, Date{4 * kDay}, "x@y", "m2");
-  add(other, 40, Date{5 * kDay});
+  add(inbox, 9, Date{3 * kSecondsPerDay}, "x@y", "m3");
+  add(inbox, 5, Date{kSecondsPerDay});
+  add(inbox, 6, Date{2 * kSecondsPerDay}, "x@y", "nowhere");
+  add(inbox, std::nullopt, Date{4 * kSecondsPerDay}, "x@y", "m2");
+  add(other, 40, Date{5 * kSecondsPerDay});
   GapReport report = find();
   ASSERT_EQ(report.uidGaps.size(), 1U);
   EXPECT_EQ(report.uidGaps[0].account, "a");
   EXPECT_EQ(report.uidGaps[0].folder, "INBOX");
   EXPECT_EQ(report.uidGaps[0].from, 7);
   EXPECT_EQ(report.uidGaps[0].to, 8);
-  EXPECT_EQ(report.uidGaps[0].previousDate, Date{2 * kDay});
-  EXPECT_EQ(report.uidGaps[0].nextDate, Date{3 * kDay});
+  EXPECT_EQ(report.uidGaps[0].previousDate, Date{2 * kSecondsPerDay});
+  EXPECT_EQ(report.uidGaps[0].nextDate, Date{3 * kSecondsPerDay});
   ASSERT_EQ(report.danglingReferences.size(), 1U);
   EXPECT_EQ(report.danglingReferences[0].messageID, "nowhere");
   EXPECT_EQ(report.danglingReferences[0].referencedBySubject, "Subject 3");
@@ -96,17 +95,18 @@ TEST_F(FindGaps, holesInUidsAndMissingParents) {
 TEST_F(FindGaps, directionNeedsAnAddressOfItsOwn) {
   const std::int64_t inbox = folder("a", "INBOX");
   const std::int64_t sent = folder("a", "Gesendete Objekte/GESENDET");
-  for (int i = 0; i < 3; ++i) add(sent, std::nullopt, Date{i * kDay}, "Anna@example.com");
-  add(sent, std::nullopt, Date{kDay}, "other@example.com");
-  add(sent, std::nullopt, Date{kDay}, "");
-  add(inbox, std::nullopt, Date{kDay}, "");
-  add(inbox, std::nullopt, Date{kDay}, "kunde@example.org");
+  for (int i = 0; i < 3; ++i) add(sent, std::nullopt, Date{i * kSecondsPerDay}, "Anna@example.com");
+  add(sent, std::nullopt, Date{kSecondsPerDay}, "other@example.com");
+  add(sent, std::nullopt, Date{kSecondsPerDay}, "");
+  add(inbox, std::nullopt, Date{kSecondsPerDay}, "");
+  add(inbox, std::nullopt, Date{kSecondsPerDay}, "kunde@example.org");
   GapReport report = find();
   EXPECT_EQ(report.direction.ownAddresses, (std::vector<std::string>{"anna@example.com"}));
   EXPECT_EQ(report.direction.outgoing, 3);
   EXPECT_EQ(report.direction.incoming, 2);
   EXPECT_EQ(report.direction.undetermined, 2);
-  add(sent, std::nullopt, Date{kDay}, "third@example.com");  // 3 of 6 are not three fifths
+  add(sent, std::nullopt, Date{kSecondsPerDay},
+      "third@example.com");  // 3 of 6 are not three fifths
   report = find();
   EXPECT_TRUE(report.direction.ownAddresses.empty());
   EXPECT_EQ(report.direction.undetermined, 8);
@@ -116,9 +116,9 @@ TEST_F(FindGaps, directionNeedsAnAddressOfItsOwn) {
 TEST_F(FindGaps, silenceOfOneAccountAmongOthers) {
   const std::int64_t anna = folder("anna", "INBOX");
   const std::int64_t bert = folder("bert", "INBOX");
-  for (int day = 0; day < 12; ++day) add(bert, std::nullopt, Date{(19723 + day) * kDay});
-  add(anna, std::nullopt, Date{19723 * kDay});
-  add(anna, std::nullopt, Date{(19723 + 11) * kDay});
+  for (int day = 0; day < 12; ++day) add(bert, std::nullopt, Date{(19723 + day) * kSecondsPerDay});
+  add(anna, std::nullopt, Date{19723 * kSecondsPerDay});
+  add(anna, std::nullopt, Date{(19723 + 11) * kSecondsPerDay});
   const GapReport report = find();
   ASSERT_EQ(report.accountSilences.size(), 1U);
   EXPECT_EQ(report.accountSilences[0].account, "anna");

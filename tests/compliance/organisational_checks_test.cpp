@@ -21,9 +21,8 @@ namespace {
 
 using testing::HasSubstr;
 using testing::StartsWith;
-constexpr double kDay = 86'400;
 
-std::string daysAgo(double days) { return iso8601({kTestTime.seconds - days * kDay}); }
+std::string daysAgo(double days) { return iso8601({kTestTime.seconds - days * kSecondsPerDay}); }
 
 TEST(OrganisationalChecks, whatIsRecordedDecides) {
   const std::string schedule = R"({"enabled":true,"interval":"daily","hour":3,"minute":0})";

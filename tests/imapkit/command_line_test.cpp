@@ -10,6 +10,8 @@
 namespace ambervane {
 namespace {
 
+using Numbers = std::vector<std::int64_t>;
+
 using namespace std::literals;
 
 TEST(ModifiedUTF7, roundTrips) {
@@ -43,7 +45,6 @@ TEST(ModifiedUTF7, keepsWhatItCannotDecode) {
 }
 
 TEST(SequenceSet, readsAndWrites) {
-  using Numbers = std::vector<std::int64_t>;
   EXPECT_EQ(compressSequenceSet(Numbers{}), "");
   EXPECT_EQ(compressSequenceSet(Numbers{5, 1, 2, 3, 3, 9, 10}), "1:3,5,9:10");
   const struct {

@@ -311,13 +311,12 @@ TEST(IMAPClient, opensAndAsks) {
 }
 
 TEST(IMAPClient, searches) {
-  using Numbers = std::vector<std::int64_t>;
   const Date day{1707127200};
   const struct {
     const char *name, *capabilities, *exists, *reply;
     std::optional<Date> since, before;
     std::optional<std::int64_t> minimum;
-    Numbers found;
+    std::vector<std::int64_t> found;
     Strings sent;
   } kCases[] = {
       {"all",

@@ -135,11 +135,10 @@ TEST(EMLReader, whatTheBodyThrowsPasses) {
 }
 
 TEST(MaildirReader, fileNames) {
-  using Flags = std::set<MessageFlag>;
   static const struct {
     const char* name;
     std::string_view file;
-    Flags flags;
+    std::set<MessageFlag> flags;
     const char* date;  // empty: none
   } kCases[] = {
       {"none", "1707127200.M1P2.host", {}, "2024-02-05T10:00:00Z"},

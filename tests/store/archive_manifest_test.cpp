@@ -12,13 +12,13 @@
 namespace ambervane {
 namespace {
 
-const Date kNow{1772360130};  // 2026-03-01T10:15:30Z
+const Date kCreated{1772360130};  // 2026-03-01T10:15:30Z
 
 ArchiveManifest exampleManifest() {
   ArchiveManifest manifest;
   manifest.archiveID = "3F2504E0-4F89-41D3-9A0C-0305E82C3301";
   manifest.name = "Köchel & Söhne";
-  manifest.createdAt = kNow;
+  manifest.createdAt = kCreated;
   manifest.createdBy = "Ambervane on desk";
   return manifest;
 }
@@ -26,7 +26,7 @@ ArchiveManifest exampleManifest() {
 /// What `fromJson` says of `text`, or nothing.
 std::string failureOf(const std::string& text) {
   try {
-    ArchiveManifest::fromJson(text, "archive.json", kNow);
+    ArchiveManifest::fromJson(text, "archive.json", kCreated);
   } catch (const JsonError& error) {
     return error.message().text();
   }
@@ -63,18 +63,18 @@ TEST(ArchiveManifest, roundTrip) {
   const ArchiveManifest loaded = ArchiveManifest::load(path, Date{});
   EXPECT_EQ(loaded.toJson(), manifest.toJson());
   EXPECT_EQ(loaded.policy, manifest.policy);
-  EXPECT_EQ(loaded.createdAt, kNow);
+  EXPECT_EQ(loaded.createdAt, kCreated);
 }
 
 TEST(ArchiveManifest, missingFields) {
   for (const char* text :
        {R"({"archiveID":"x"})", R"({"archiveID":"x","name":null,"policy":null})"}) {
     SCOPED_TRACE(text);
-    const auto manifest = ArchiveManifest::fromJson(text, "archive.json", kNow);
+    const auto manifest = ArchiveManifest::fromJson(text, "archive.json", kCreated);
     EXPECT_EQ(manifest.formatVersion, 1);
     EXPECT_EQ(manifest.minimumReaderVersion, 1);
     EXPECT_EQ(manifest.name, "Archive");
-    EXPECT_EQ(manifest.createdAt, kNow);
+    EXPECT_EQ(manifest.createdAt, kCreated);
     EXPECT_EQ(manifest.createdBy, "unknown");
     EXPECT_EQ(manifest.policy, RetentionPolicy());
     EXPECT_EQ(manifest.policy.sealEveryEntries, 1000);
@@ -117,9 +117,9 @@ TEST(ArchiveManifest, damage) {
 
 TEST(ArchiveManifest, keepsWhatANewerVersionWrote) {
   auto manifest = ArchiveManifest::fromJson(
-      R"({"archiveID":"x","formatVersion":9,"shards":{"b":[1,2]},"replica":null})", "a", kNow);
+      R"({"archiveID":"x","formatVersion":9,"shards":{"b":[1,2]},"replica":null})", "a", kCreated);
   manifest.minimumReaderVersion = 2;
-  const auto rewritten = ArchiveManifest::fromJson(manifest.toJson(), "a", kNow);
+  const auto rewritten = ArchiveManifest::fromJson(manifest.toJson(), "a", kCreated);
   EXPECT_EQ(rewritten.unknownMembers, R"({"replica":null,"shards":{"b":[1,2]}})");
   EXPECT_EQ(rewritten.formatVersion, 9);
   EXPECT_EQ(rewritten.minimumReaderVersion, 2);
@@ -128,7 +128,7 @@ TEST(ArchiveManifest, keepsWhatANewerVersionWrote) {
 TEST(ArchiveManifest, folderWithoutOneIsNoArchive) {
   const ScratchFolder folder;
   try {
-    ArchiveManifest::load(folder.path() / "archive.json", kNow);
+    ArchiveManifest::load(folder.path() / "archive.json", kCreated);
     FAIL();
   } catch (const ArchiveError& error) {
     EXPECT_EQ(std::get<ArchiveError::NotAnArchive>(error.reason()).path, folder.path().native());
@@ -145,7 +145,7 @@ TEST(ArchiveManifest, diskFullLeavesTheOldOne) {
     const FullDisk full(40);
     EXPECT_THROW(manifest.save(path), FileError);
   }
-  EXPECT_EQ(ArchiveManifest::load(path, kNow).minimumReaderVersion, 1);
+  EXPECT_EQ(ArchiveManifest::load(path, kCreated).minimumReaderVersion, 1);
 }
 
 }  // namespace

@@ -148,7 +148,7 @@ void annotate(MailArchive& archive) {
 
 /// Six messages, two of them with files, one in two folders; of an encrypted archive the last and
 /// one in the middle are erased.
-void fill(TestArchive& archive) {
+void fillWithMail(TestArchive& archive) {
   const Bytes file = noise(9000, 1);
   MemoryImporter mails({plainMail(1), mailWithFiles(2, {{"a.bin", file}}),
                         mailWithFiles(3, {{"b.bin", file}, {"c.bin", noise(9000, 2)}}),
@@ -172,7 +172,7 @@ TEST(CatalogRebuild, bringsBackWhatWasThere) {
   } kDamages[] = {{"missing", nullptr}, {"empty", ""}, {"garbage", "no database, and long ago"}};
   for (const Kind& kind : kKinds) {
     TestArchive original(kind.policy, kind.effort);
-    fill(original);
+    fillWithMail(original);
     const auto before = contentOf(*original);
     original.close();
     for (const auto& damage : kDamages) {
@@ -251,7 +251,7 @@ TEST(CatalogRebuild, numbersWithoutAJournal) {
 TEST(CatalogRebuild, aLostSidecarLosesNoMail) {
   for (const Kind& kind : kKinds) {
     TestArchive original(kind.policy, kind.effort);
-    fill(original);
+    fillWithMail(original);
     const auto before = contentOf(*original);
     original.close();
     for (const bool isCut : {false, true}) {

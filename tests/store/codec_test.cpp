@@ -12,22 +12,14 @@
 #include "store/lzfse.h"
 #include "store/seed_dictionary.h"
 #include "store/xz_codec.h"
+#include "tests/support/test_bytes.h"
 
 namespace ambervane {
 namespace {
 
-Bytes noise(std::size_t size) {
-  std::mt19937 random(7);
-  Bytes bytes(size, '\0');
-  for (char& c : bytes) c = static_cast<char>(random());
-  return bytes;
-}
-
 const Bytes kGreeting =
     "Mit freundlichen Grüssen\nContent-Disposition: inline\nMit freundlichen "
     "Grüssen\n";
-
-Bytes unhex(std::string_view digits) { return hexDecode(digits).value_or(""); }
 
 TEST(SeedDictionary, isPartOfTheFormat) {
   EXPECT_EQ(seedDictionary().size(), 1408U);

@@ -14,6 +14,7 @@
 #include "store/sqlite_database.h"
 #include "tests/support/file_faults.h"
 #include "tests/support/scratch_folder.h"
+#include "tests/support/test_bytes.h"
 
 namespace ambervane {
 namespace {
@@ -39,8 +40,6 @@ constexpr const char* kPayload =
     "c0c1c2c3c4c5c6c7c8c9cacb6b9239f1956f4beb29503cd14cbeb736a104ebdd16aa5c251c236ccef8bbdd1ee4ca3f"
     "f51b47b59c77852ed7e7d6";
 constexpr const char* kRecord = "01010000160000005375626a6563743a2048690d0a0d0a48656c6c6f0d0a";
-
-Bytes unhex(std::string_view digits) { return hexDecode(digits).value(); }
 
 /// Everything that can be seen of the files in a folder.
 std::map<std::string, std::pair<Bytes, fs::perms>> snapshot(const fs::path& folder) {

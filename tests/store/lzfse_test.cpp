@@ -13,6 +13,7 @@
 #include "base/file.h"
 #include "store/lzfse_format.h"
 #include "store/lzfse_fse.h"
+#include "tests/support/test_bytes.h"
 
 namespace ambervane {
 namespace {
@@ -20,15 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kNoLimit = std::size_t{1} << 30;
-
-Bytes unhex(std::string_view digits) { return hexDecode(digits).value_or(""); }
-
-Bytes noise(std::size_t size, unsigned values = 256) {
-  std::mt19937 random(11);
-  Bytes bytes(size, '\0');
-  for (char& c : bytes) c = static_cast<char>(random() % values);
-  return bytes;
-}
 
 /// Words of a small vocabulary: matches of all lengths at all distances, and literals.
 Bytes prose(std::size_t size) {
@@ -275,16 +267,16 @@ TEST(Lzfse, roundTrips) {
       {"oneByte", "a", 0},
       {"noise", noise(300000), 0},
       {"noiseBelowTheTrial", random, 0},
-      {"almostNoise", noise(300000, 250), 0},
+      {"almostNoise", noise(300000, 1, 250), 0},
       {"zeros", Bytes(20000, '\0'), 160},
       {"manyZeros", Bytes(5000000, '\0'), 4300},
       {"prose", text, 148000},
-      {"moreLiteralsThanABlockHolds", noise(200000, 64), 153000},
-      {"literalsThenNoise", noise(41000, 16) + random, 73000},
+      {"moreLiteralsThanABlockHolds", noise(200000, 1, 64), 153000},
+      {"literalsThenNoise", noise(41000, 1, 16) + random, 73000},
       {"farthestMatch", random + Bytes(262139 - 50000, '\0') + random, 51500},
       {"beyondTheFarthestMatch", random + Bytes(262140 - 50000, '\0') + random, 101500},
       {"longMatchAcrossBlocks", text + text.substr(200000), 150000},
-      {"manyShortMatches", noise(150000, 2), 26000},
+      {"manyShortMatches", noise(150000, 1, 2), 26000},
       {"literalsAtTheEnd", Bytes(4000, 'x') + random.substr(0, 700), 910},
   };
   for (const auto& c : kCases) {
@@ -424,7 +416,7 @@ TEST(Lzfse, byteCode) {
 }
 
 TEST(Lzfse, damagedStreams) {
-  for (const Bytes& data : {prose(3000), prose(500) + Bytes(90000, ' '), noise(9000, 5)}) {
+  for (const Bytes& data : {prose(3000), prose(500) + Bytes(90000, ' '), noise(9000, 1, 5)}) {
     const Bytes stream = *lzfseEncode(data);
     for (std::size_t at = 0; at < stream.size(); ++at) {
       EXPECT_EQ(lzfseDecode(BytesView(stream).substr(0, at), kNoLimit), std::nullopt) << at;

@@ -2,11 +2,11 @@
 #define AMBERVANE_TESTS_SUPPORT_MAIL_BUILDER_H_
 
 #include <cstdint>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "base/bytes.h"
+#include "tests/support/test_bytes.h"
 
 namespace ambervane {
 
@@ -18,14 +18,6 @@ inline Bytes plainMail(int number, const std::string& subject = "Lieferung",
          "@example.com>\r\nDate: Mon, 5 Feb 2024 10:00:00 +0100\r\nFrom: "
          "Anna Beispiel <anna@example.com>\r\nTo: bert@example.org\r\nSubject: " +
          subject + " " + n + "\r\n\r\n" + body;
-}
-
-/// `size` bytes that do not compress, the same for the same seed.
-inline Bytes noise(std::size_t size, std::uint32_t seed = 1) {
-  std::mt19937 random(seed);
-  Bytes bytes(size, '\0');
-  for (char& c : bytes) c = static_cast<char>(random() & 0xff);
-  return bytes;
 }
 
 /// Base64 in lines of `columns`, each ended by CRLF.
