@@ -32,6 +32,10 @@ class Builder {
     addMessages();
     if (!query_.includeErased) conditions_.emplace_back("m.erased = 0");
     addFilter();
+    if (built_.usedFullText && context_.supportsHitIndex && asksOnlyForHits()) {
+      built_.from =
+          "FROM message_fts JOIN message m INDEXED BY idx_message_hit ON m.id = message_fts.rowid";
+    }
     if (!joins_.empty() && !query_.folderID) built_.distinct = "DISTINCT ";
     built_.joins = join(joins_, " ");
     if (!conditions_.empty()) built_.where = " WHERE " + join(conditions_, " AND ");
@@ -162,6 +166,19 @@ class Builder {
     const auto filter = query_.filter ? query_.filter->pruned() : std::nullopt;
     if (!filter) return;
     if (auto sql = FilterCompiler::emit(*filter, params_, context_)) add(std::move(*sql));
+  }
+
+  /// Whether of each message only columns of idx_message_hit are wanted, in which those erased are
+  /// not.
+  bool asksOnlyForHits() const {
+    const bool wantsRow = query_.subject || query_.recipient || query_.participant ||
+                          query_.filename || query_.digest || query_.retentionClass ||
+                          query_.onLegalHold || query_.expiringBefore || query_.messageIDs ||
+                          query_.filter || query_.includeErased || !joins_.empty();
+    const bool ordersByHit =
+        query_.sort == SearchSort::dateDescending || query_.sort == SearchSort::dateAscending ||
+        query_.sort == SearchSort::sizeDescending || query_.sort == SearchSort::relevance;
+    return !wantsRow && ordersByHit;
   }
 
   const char* order() const {

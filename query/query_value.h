@@ -18,6 +18,7 @@ using QueryValues = std::vector<QueryValue>;
 struct QueryContext {
   bool supportsFTS = false;          ///< the table message_fts exists
   bool supportsHeaderIndex = false;  ///< the table message_header exists
+  bool supportsHitIndex = false;     ///< the index idx_message_hit exists
   Date now;
 };
 

@@ -92,13 +92,21 @@ bool Catalog::addColumnIfMissing(const std::string& table, const std::string& co
 }
 
 void Catalog::detectSearchCapabilities(bool readOnly) {
-  supportsHeaderIndex_ = db_->hasTable("message_header");
   if (!readOnly && !db_->hasTable("message_fts")) createSearchIndex();
-  supportsFTS_ = db_->hasTable("message_fts");
-  contentlessDelete_ =
-      db_->count(
-          "SELECT count(*) FROM sqlite_master WHERE name = 'message_fts' AND instr(sql, "
-          "'contentless_delete') > 0") > 0;
+  supportsHeaderIndex_ = supportsHitIndex_ = supportsFTS_ = contentlessDelete_ = false;
+  db_->forEachRow(
+      "SELECT name, sql FROM sqlite_master WHERE name IN ('message_header', 'idx_message_hit', "
+      "'message_fts')",
+      {}, [this](const Row& row) {
+        const std::string name = row.string("name");
+        if (name == "message_header") supportsHeaderIndex_ = true;
+        if (name == "idx_message_hit") supportsHitIndex_ = true;
+        if (name == "message_fts") {
+          supportsFTS_ = true;
+          contentlessDelete_ = row.string("sql").find("contentless_delete") != std::string::npos;
+        }
+        return true;
+      });
 }
 
 void Catalog::createSearchIndex() {

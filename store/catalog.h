@@ -32,6 +32,7 @@ class Catalog {
   bool supportsFTS() const noexcept { return supportsFTS_; }
   bool contentlessDelete() const noexcept { return contentlessDelete_; }
   bool supportsHeaderIndex() const noexcept { return supportsHeaderIndex_; }
+  bool supportsHitIndex() const noexcept { return supportsHitIndex_; }
 
   /// Closes the database, runs `between`, which may move files about, and goes on with the one at
   /// `path`, created where it is missing; with the one before when `between` throws. Not inside a
@@ -197,6 +198,7 @@ class Catalog {
   bool supportsFTS_ = false;
   bool contentlessDelete_ = false;
   bool supportsHeaderIndex_ = false;
+  bool supportsHitIndex_ = false;
 };
 
 }  // namespace ambervane

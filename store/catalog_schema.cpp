@@ -94,6 +94,8 @@ CREATE INDEX IF NOT EXISTS idx_message_erased ON message(id) WHERE erased = 1;
 CREATE INDEX IF NOT EXISTS idx_message_browse ON message(sent_at DESC, id DESC) WHERE erased = 0;
 -- What the search for a part of a sender or a subject has to look at, a tenth of the rows themselves.
 CREATE INDEX IF NOT EXISTS idx_message_look ON message(sent_at DESC, id DESC, from_addr, from_name, subject) WHERE erased = 0;
+-- What is asked of each message that full text finds; its row would be another page of the file.
+CREATE INDEX IF NOT EXISTS idx_message_hit ON message(id, sent_at, has_attachments, size, from_addr, from_name) WHERE erased = 0;
 CREATE INDEX IF NOT EXISTS idx_message_unplaced ON message(id) WHERE pack_id IS NULL;
 
 CREATE TABLE IF NOT EXISTS message_folder(

@@ -12,6 +12,7 @@ namespace ambervane {
 inline QueryContext queryContext(MailArchive& archive) {
   return {.supportsFTS = archive.catalog().supportsFTS(),
           .supportsHeaderIndex = archive.catalog().supportsHeaderIndex(),
+          .supportsHitIndex = archive.catalog().supportsHitIndex(),
           .now = archive.now()};
 }
 

@@ -256,7 +256,7 @@ TEST(HostileQueries, becomeBoundedStatements) {
     SCOPED_TRACE(hostile.name);
     const SearchQuery query = SearchQueryParser::parse(hostile.line);
     for (const bool supportsFTS : {true, false}) {
-      const BuiltQuery built = buildQuery(query, {supportsFTS, true, {}});
+      const BuiltQuery built = buildQuery(query, {supportsFTS, true, true, {}});
       EXPECT_LE(built.params.size(), 15'100U);
       EXPECT_EQ(std::count(built.where.begin(), built.where.end(), '?'), std::ssize(built.params));
       EXPECT_EQ(std::count(built.where.begin(), built.where.end(), '\'') % 2, 0);

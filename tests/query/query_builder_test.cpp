@@ -112,6 +112,32 @@ TEST(BuildQuery, fullText) {
   EXPECT_FALSE(without.usedFullText);
 }
 
+TEST(BuildQuery, whatFullTextFindsIsLookedUpInItsIndex) {
+  constexpr QueryContext kWithIndex{.supportsFTS = true, .supportsHitIndex = true, .now = {}};
+  const struct {
+    const char* name;
+    Set set;
+    bool isEnough;
+  } cases[] = {
+      {"text", [](auto&) {}, true},
+      {"facts", [](auto& q) { q.from = "a", q.hasAttachment = true, q.dateTo = Date{9}; }, true},
+      {"bySize", [](auto& q) { q.sort = SearchSort::sizeDescending, q.minSize = 5; }, true},
+      {"subject", [](auto& q) { q.subject = "a"; }, false},
+      {"erased", [](auto& q) { q.includeErased = true; }, false},
+      {"folder", [](auto& q) { q.folderID = 7; }, false},
+      {"bySender", [](auto& q) { q.sort = SearchSort::sender; }, false},
+      {"noText", [](auto& q) { q.text.reset(); }, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    SearchQuery query;
+    query.text = "x";
+    c.set(query);
+    const std::string from = buildQuery(query, kWithIndex).from;
+    EXPECT_EQ(from.find("INDEXED BY idx_message_hit") != std::string::npos, c.isEnough) << from;
+  }
+}
+
 TEST(BuildQuery, folders) {
   const BuiltQuery one = built([](auto& q) {
     q.text = "x";

@@ -7,6 +7,7 @@
 #include "query/search_query_parser.h"
 #include "search/search_index.h"
 #include "search/smart_folders.h"
+#include "store/query_context.h"
 #include "store/tagging.h"
 #include "tests/support/file_faults.h"
 #include "tests/support/hostile_queries.h"
@@ -152,6 +153,30 @@ TEST_F(SearchArchive, broadQueriesDoNotSortTheArchive) {
     }
     EXPECT_THAT(plan, testing::HasSubstr(c.plan));
     EXPECT_THAT(plan, testing::Not(testing::HasSubstr("TEMP B-TREE FOR ORDER BY")));
+  }
+}
+
+TEST_F(SearchArchive, fullTextFindsTheSameWithAndWithoutItsIndex) {
+  ASSERT_TRUE(archive_->catalog().supportsHitIndex());
+  for (const char* const line : {"a", "e has:attachment", "a from:a", "a before:2024-06-01"}) {
+    SCOPED_TRACE(line);
+    const SearchQuery query = SearchQueryParser::parse(line);
+    QueryContext context = queryContext(*archive_);
+    const auto found = [&] {
+      const BuiltQuery built = buildQuery(query, context);
+      std::vector<std::int64_t> ids;
+      for (const Row& row :
+           archive_->catalog().database().query("SELECT m.id AS id " + built.from + " " +
+                                                    built.joins + built.where + " " + built.order,
+                                                bindingsOf(built.params))) {
+        ids.push_back(row.integer("id"));
+      }
+      return ids;
+    };
+    const auto with = found();
+    context.supportsHitIndex = false;
+    EXPECT_EQ(with, found());
+    EXPECT_FALSE(with.empty());
   }
 }
 
