@@ -36,8 +36,8 @@ struct HttpRequest {
   std::string url;
   std::vector<std::string> headers;  ///< each "Name: value"
   Bytes body;
-  double timeoutSeconds = 10;               ///< for all of it, name look-up and redirects included
-  std::size_t maxReplyBytes = 1024 * 1024;  ///< headers and body together
+  double timeoutSeconds = 10;  ///< for all of it, name look-up and redirects included
+  std::size_t maxReplyBytes = std::size_t{1} << 20;  ///< headers and body together
 };
 
 struct HttpReply {
