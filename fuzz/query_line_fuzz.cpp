@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   SearchQuery query = SearchQueryParser::parse({reinterpret_cast<const char*>(data), size});
   query.sort = SearchSort::relevance;
   for (const bool supportsFTS : {true, false}) {
-    const BuiltQuery built = buildQuery(query, {supportsFTS, true, Date{1e9}});
+    const BuiltQuery built = buildQuery(query, {supportsFTS, true, true, Date{1e9}});
     catalog.database().query(built.hitsSql(), bindings(built.hitsParams()));
     catalog.database().query(built.countSql(), bindings(built.params));
   }
