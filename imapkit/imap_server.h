@@ -6,7 +6,7 @@
 
 namespace ambervane {
 
-/// IMAP over TLS (RFC 8314, section 7.3).
+/// IMAP over TLS (RFC 8314, section 7.2).
 inline constexpr std::uint16_t kTlsPort = 993;
 
 /// Where a mail server is and how it is spoken to.
